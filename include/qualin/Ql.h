@@ -1,0 +1,255 @@
+/*
+ * Qualin: Xlib-shaped drawing for screens and printers.
+ *
+ * Every call takes a Display *.  A real X display passes the call straight
+ * to Xlib; a handle made by QlOpenPrinter and friends sends it through a
+ * printer driver (PostScript, PCL5 with HP-GL/2, PCL4 raster).
+ *
+ * This header compiles as C99 and as C++; all functions have C linkage.
+ */
+#ifndef QUALIN_QL_H
+#define QUALIN_QL_H
+
+#include <stdio.h>
+#include <time.h>
+#include <X11/Xlib.h>
+
+#if defined(__GNUC__)
+#define QL_EXPORT __attribute__((visibility("default")))
+#else
+#define QL_EXPORT
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The word that tells a printer record from an Xlib Display. */
+#define QL_PRINTER_MAGIC 9898
+#define QL_FILE_MAGIC 9897
+
+/* Driver ids. */
+#define QL_DRIVER_POSTSCRIPT 0
+#define QL_DRIVER_PCL5 1
+#define QL_DRIVER_PCL4 2
+
+/* Tags of QlVaOpenPrinter; the list ends with 0. */
+enum {
+    QlTagScale = 1,             /* double */
+    QlTagOrientation = 2,       /* int: 1 portrait, 2 landscape */
+    QlTagPageSize = 3,          /* char * */
+    QlTagCopies = 4,            /* int */
+    QlTagPaperTray = 5,         /* char * */
+    QlTagResolution = 6,        /* int, dots per inch */
+    QlTagSettings = 8,          /* QlPrinterSettings * */
+    QlTagBitmapCompression = 9, /* int */
+    QlTagDuplex = 10            /* char * */
+};
+
+struct _PrinterInfo;
+struct QlCustomPage;
+
+/*
+ * The printer form of a graphics context.  Laid out like Xlib's private GC
+ * record so that its values are a whole XGCValues.
+ */
+typedef struct QlGC {
+    void *reserved0;
+    unsigned long reserved1;
+    int clipIsRects;
+    int dashesSet;
+    unsigned long dirty;
+    XGCValues values;
+    XFontStruct *fontStruct;
+    XRectangle *clipRects;
+    int clipRectCount;
+    char *dashList;
+    int dashCount;
+} QlGC;
+
+/* The record behind a printer handle, cast to Display *. */
+typedef struct QlPrinter {
+    void *reserved0;
+    void *reserved1;
+    unsigned magic; /* QL_PRINTER_MAGIC, where a Display keeps its fd */
+    FILE *stream;
+    char *tmpName;
+    char *ppdDir;
+    char *docName;
+    FILE *ppdFile;
+    int driverId;
+    int level;
+    time_t creationDate;
+    long debugComments;
+    int numCells;
+    void *cells;
+    void *colorConvMap;
+    int colorConvValid;
+    int excludeAppFonts;
+    double scale;
+    int orientation;
+    int width, height;
+    int copies;
+    float scaleX, scaleY;
+    int originX, originY;
+    double divisorX, divisorY;
+    char *command;
+    void *fonts;
+    QlGC *lastGC;
+    QlGC *defaultGC;
+    void *pageData;
+    void *ppdFonts;
+    struct _PrinterInfo *info;
+    int pageNumber;
+    int depth;
+    unsigned redMask, greenMask, blueMask;
+    int bitmapCompression;
+    struct QlCustomPage *customPages;
+    void *psPage;
+    void *encodingCache;
+    int encodingCacheFont;
+    int pageOpen;
+    int boundsXmin, boundsXmax, boundsYmin, boundsYmax;
+    int paintKind;
+    int pageSizeChanged;
+    void *suppliedFonts;
+    int suppliedFontCount;
+    unsigned char flags;
+    void *tileCache;
+    void *pclPage;
+    int pclMode;
+    int hpglWindow;
+    int hpglLabelMode;
+    int pclPassThrough;
+    int pclColorMode;
+    int hpglDevice;
+    int rasterThreshold;
+    int rasterOnly;
+    int rasterDataPos, rasterEndPos;
+    int rasterDPI;
+    Display *slaveDisplay;
+    Pixmap slavePixmap;
+    GC slaveGC;
+    int slaveDirty;
+    char *pageTmpName;
+    FILE *pageStream, *docStream;
+    Pixmap fillTile;
+    int fillTileKey, fillTileSet;
+    /* Private to the library from here on. */
+    int docHeadWritten; /* the header and prolog of the open document went out */
+} QlPrinter;
+
+/* Flat settings of one device on one port, or of output to a file. */
+typedef struct QlPrinterSettings {
+    int magic; /* QL_PRINTER_MAGIC printer, QL_FILE_MAGIC file */
+    char Filename[256];
+    char PPDName[64];
+    int Did;
+    char PaperTray[64];
+    char PageSize[64];
+    char Command[256];
+    int portIndex;
+    int Orientation;
+    double Scale;
+    int Copies;
+    int DPI;
+    int BitmapCompression;
+    char DuplexOpt[64];
+} QlPrinterSettings;
+
+/* One row of the message catalog: the key (its first letter gives the
+ * severity, "e" for errors) and the printf format of the text. */
+typedef struct QlMessage {
+    const char *key;
+    const char *format;
+} QlMessage;
+
+/* What an error handler receives. */
+typedef struct QlErrorRecord {
+    int index;   /* row of QlMessageCatalog */
+    int isError; /* 1 error, 0 warning */
+} QlErrorRecord;
+
+typedef int (*QlErrorHandlerProc)(QlErrorRecord *record);
+
+#define QL_MESSAGE_COUNT 96
+QL_EXPORT extern QlMessage QlMessageCatalog[QL_MESSAGE_COUNT];
+
+/* Printers. */
+QL_EXPORT Display *QlOpenPrinter(void);
+QL_EXPORT Display *QlOpenPrtWithInfo(QlPrinterSettings *settings);
+QL_EXPORT Display *QlVaOpenPrinter(const char *ppdName, const char *command, const char *driverName, ...);
+QL_EXPORT int QlClosePrinter(Display *handle);
+QL_EXPORT int QlCloseAbortPrinter(Display *handle);
+QL_EXPORT int QlIsDisplay(Display *handle);
+QL_EXPORT int QlIsPrinter(Display *handle);
+QL_EXPORT int QlGetDriverID(Display *printer);
+QL_EXPORT const char *QlConfigDir(void);
+QL_EXPORT int QlSetDisplay(Display *printer, Display *display);
+QL_EXPORT const char *QlGetVersion(void);
+
+/* Documents. */
+QL_EXPORT int QlStartDoc(Display *printer, const char *name);
+QL_EXPORT int QlStartPage(Display *printer);
+QL_EXPORT int QlEndPage(Display *printer);
+QL_EXPORT int QlEndDoc(Display *printer);
+QL_EXPORT int QlAbortDoc(Display *printer);
+QL_EXPORT int QlPageEject(Display *printer);
+QL_EXPORT char *QlGetTmpName(Display *handle);
+QL_EXPORT int QlSetScale(Display *printer, double scale);
+QL_EXPORT double QlGetScale(Display *printer);
+QL_EXPORT int QlSetOrientation(Display *printer, int orientation);
+QL_EXPORT int QlGetOrientation(Display *printer);
+QL_EXPORT int QlSetCopies(Display *printer, int copies);
+QL_EXPORT int QlGetCopies(Display *printer);
+QL_EXPORT int QlSetBitmapCompression(Display *printer, int compression);
+QL_EXPORT int QlPrinterEscape(Display *printer, int code, void *data);
+
+/* Page geometry in dots (points in the built-in tables); the imageable
+ * area is measured from the lower left of the sheet. */
+typedef struct PSPageGeometry {
+    int paperWidth, paperHeight;
+    int imageLeft, imageBottom, imageRight, imageTop;
+    int resolution;
+} PSPageGeometry;
+
+/* Printer settings: what a printer offers and what the job uses. */
+QL_EXPORT char **QlListPageSizes(Display *printer, int *count);
+QL_EXPORT char **QlListPaperTrays(Display *printer, int *count);
+QL_EXPORT int QlListResolutions(Display *printer, int **resolutions);
+QL_EXPORT int QlQueryPageSize(Display *printer, const char *name, PSPageGeometry *out);
+QL_EXPORT int QlQueryResolution(Display *printer, int resolution);
+QL_EXPORT int QlQueryPaperTray(Display *printer, const char *name);
+QL_EXPORT char *QlGetPrinterProduct(Display *printer);
+QL_EXPORT char *QlGetPrinterModel(Display *printer);
+QL_EXPORT int QlGetResolution(Display *printer);
+QL_EXPORT char *QlGetPaperTray(Display *printer);
+QL_EXPORT char *QlGetPageSize(Display *printer);
+QL_EXPORT int QlSetResolution(Display *printer, int resolution);
+QL_EXPORT int QlSetPaperTray(Display *printer, const char *name);
+QL_EXPORT int QlSetPageSize(Display *printer, const char *name);
+QL_EXPORT char **QlListAvailableFonts(Display *printer, int *count);
+QL_EXPORT char *QlGetDefaultFont(Display *printer);
+QL_EXPORT char **QlDuplexOpts(Display *printer, int *count);
+QL_EXPORT int QlQueryDuplexOpt(Display *printer, const char *name);
+QL_EXPORT char *QlGetDuplexOpt(Display *printer);
+QL_EXPORT int QlSetDuplexOpt(Display *printer, const char *name);
+QL_EXPORT void QlSetCreationDate(Display *printer, time_t date);
+QL_EXPORT int QlSetPSLevel(Display *printer, int level);
+QL_EXPORT int QlGetPSLevel(Display *printer);
+
+/* Graphics contexts (printer form: a QlGC cast to GC). */
+QL_EXPORT int QlFreeGC(Display *handle, GC gc);
+
+/* Errors and messages. */
+QL_EXPORT int QlErrorHandler(QlErrorRecord *record);
+QL_EXPORT void QlSetErrorHandler(QlErrorHandlerProc handler);
+QL_EXPORT void QlGetErrorText(char *buffer, int length);
+QL_EXPORT void QlMessageBox(const char *text, const char *title);
+QL_EXPORT void QlSetDisplayForMesgBox(Display *display);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QUALIN_QL_H */

@@ -1,0 +1,123 @@
+// Printer settings: the calls that forward to a page-device slot, and the
+// few that work on the printer record itself.
+#include "core/driver.h"
+#include "core/out.h"
+
+#include <string>
+
+const char QlCompiledDate[] = __DATE__;
+int QlRelease = 330;
+const char *QlArch = "linux_x86";
+
+namespace {
+
+// The page device of a printer handle, or null for anything else.
+const QlPageDriver *pageDevice(Display *handle, QlPrinter *&p) {
+    p = _QlAsPrinter(handle);
+    return p ? PDDriverSwitch[p->driverId] : nullptr;
+}
+
+// Forwards to a page-device slot; a handle that is not a printer gets the
+// slot's failure value.
+template <auto Slot, typename R, typename... A>
+R forward(Display *handle, R failure, A... args) {
+    QlPrinter *p;
+    const QlPageDriver *pd = pageDevice(handle, p);
+    return pd ? (pd->*Slot)(p, args...) : failure;
+}
+
+}  // namespace
+
+char **QlListPageSizes(Display *h, int *count) {
+    if (count) *count = 0;
+    return forward<&QlPageDriver::ListPageSize, char **>(h, nullptr, count);
+}
+char **QlListPaperTrays(Display *h, int *count) {
+    if (count) *count = 0;
+    return forward<&QlPageDriver::ListPaperTrays, char **>(h, nullptr, count);
+}
+int QlListResolutions(Display *h, int **resolutions) {
+    return forward<&QlPageDriver::ListResolutions, int>(h, 0, resolutions);
+}
+int QlQueryPageSize(Display *h, const char *name, PSPageGeometry *out) {
+    return forward<&QlPageDriver::QueryPageSize, int>(h, 0, name, out);
+}
+int QlQueryResolution(Display *h, int r) { return forward<&QlPageDriver::QueryResolution, int>(h, 0, r); }
+int QlQueryPaperTray(Display *h, const char *name) {
+    return forward<&QlPageDriver::QueryPaperTray, int>(h, 0, name);
+}
+char *QlGetPrinterProduct(Display *h) { return forward<&QlPageDriver::GetPrinterProduct, char *>(h, nullptr); }
+char *QlGetPrinterModel(Display *h) { return forward<&QlPageDriver::GetPrinterModel, char *>(h, nullptr); }
+int QlGetResolution(Display *h) { return forward<&QlPageDriver::GetResolution, int>(h, -1); }
+char *QlGetPaperTray(Display *h) { return forward<&QlPageDriver::GetPaperTray, char *>(h, nullptr); }
+char *QlGetPageSize(Display *h) { return forward<&QlPageDriver::GetPageSize, char *>(h, nullptr); }
+int QlSetResolution(Display *h, int r) { return forward<&QlPageDriver::SetResolution, int>(h, 0, r); }
+int QlSetPaperTray(Display *h, const char *name) { return forward<&QlPageDriver::SetPaperTray, int>(h, 0, name); }
+int QlSetPageSize(Display *h, const char *name) { return forward<&QlPageDriver::SetPageSize, int>(h, 0, name); }
+char **QlListAvailableFonts(Display *h, int *count) {
+    if (count) *count = 0;
+    return forward<&QlPageDriver::ListAvailableFonts, char **>(h, nullptr, count);
+}
+char *QlGetDefaultFont(Display *h) { return forward<&QlPageDriver::GetDefaultFont, char *>(h, nullptr); }
+char **QlDuplexOpts(Display *h, int *count) {
+    if (count) *count = 0;
+    return forward<&QlPageDriver::ListDuplexOpts, char **>(h, nullptr, count);
+}
+int QlQueryDuplexOpt(Display *h, const char *name) {
+    return forward<&QlPageDriver::QueryDuplexOpt, int>(h, 0, name);
+}
+char *QlGetDuplexOpt(Display *h) { return forward<&QlPageDriver::GetDuplexOpt, char *>(h, nullptr); }
+int QlSetDuplexOpt(Display *h, const char *name) { return forward<&QlPageDriver::SetDuplexOpt, int>(h, 0, name); }
+
+static int escapePolicy = 1;
+
+int QlPrinterEscape(Display *handle, int code, void *data) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    if (!p) return 2;
+    switch (code) {
+    case 0:
+        p->debugComments = reinterpret_cast<long>(data);
+        return 0;
+    case 1: {
+        // A word count, then a pointer to the bytes.
+        struct Bytes {
+            long count;
+            const char *bytes;
+        };
+        const auto *b = static_cast<const Bytes *>(data);
+        if (!p->stream || !b || !b->bytes || b->count <= 0) return 0;
+        bool bracket = p->driverId == QL_DRIVER_POSTSCRIPT && escapePolicy;
+        if (bracket) ql::write(p->stream, "end\n");
+        fwrite(b->bytes, 1, static_cast<size_t>(b->count), p->stream);
+        if (bracket) ql::write(p->stream, "QualinDict begin\n");
+        return 0;
+    }
+    default: return 2;
+    }
+}
+
+void QlSetCreationDate(Display *handle, time_t date) {
+    if (QlPrinter *p = _QlAsPrinter(handle)) p->creationDate = date;
+}
+
+int QlSetPSLevel(Display *handle, int level) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    if (!p || p->driverId != QL_DRIVER_POSTSCRIPT) return 0;
+    if (level != 1 && level != 2) {
+        _QlError(wBadValue, "QlSetPSLevel");
+        return 0;
+    }
+    p->level = level;
+    return 1;
+}
+
+int QlGetPSLevel(Display *handle) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    return p && p->driverId == QL_DRIVER_POSTSCRIPT ? p->level : 0;
+}
+
+const char *QlGetVersion() {
+    static const std::string version =
+        ql::format("%d.%d.%d (%s)", QlRelease / 100, QlRelease / 10 % 10, QlRelease % 10, QlArch);
+    return version.c_str();
+}

@@ -1,0 +1,94 @@
+// The PostScript driver's records and the functions its units share.
+#pragma once
+
+#include "config/ppd.h"
+#include "core/driver.h"
+
+#include <cstdint>
+
+namespace ps {
+
+// The limits of custom page sizes a PPD allows.
+struct PSCustomRange {
+    int16_t valid;
+    char *customCode;
+    unsigned long maxMediaWidth;
+    int width[2], height[2], widthOffset[2], heightOffset[2], orientation[2];  // minimum, maximum
+    int order[5];  // width, height, widthOffset, heightOffset, orientation
+};
+
+// What the page device made of the PPD, behind QlPrinter::pageData.
+struct PSPageData {
+    int selectedResolution;  // -1 with a PPD until set; 0 without a PPD
+    char *selectedPageSize;
+    char *selectedTray;
+    long orientationChanged;
+    QlPPDOptions *resolutions;
+    QlPPDOptions *imageableAreas;
+    QlPPDOptions *pageRegions;
+    QlPPDOptions *pageSizes;
+    QlPPDOptions *paperDimensions;
+    QlPPDOptions *trays;
+    QlPPDOptions *manualFeed;
+    char *product;
+    char *modelName;
+    int16_t pjl;
+    PSCustomRange *customRange;
+    char *selectedDuplex;
+    QlPPDOptions *duplexOptions;
+};
+
+// The fonts the PPD names, behind QlPrinter::ppdFonts.
+struct PSFontList {
+    int count;
+    char *defaultFont;
+    char **names;
+    int *useCount;
+};
+
+inline PSPageData *pageData(QlPrinter *p) { return static_cast<PSPageData *>(p->pageData); }
+inline PSPageGeometry *geometry(QlPrinter *p) { return static_cast<PSPageGeometry *>(p->psPage); }
+
+// Built-in page tables, used without a PPD.
+inline constexpr int kBuiltinPages = 8;
+extern const char *const PSPageSize[kBuiltinPages];
+extern const PSPageGeometry PSPageInfo[kBuiltinPages];
+
+// Built-in prolog texts.
+extern const char QlShortID[];
+extern const char QlBitmapHeader1[];
+extern const char QlBitmapHeader2[];
+
+// Document frame (ps.cpp).
+int StartDoc(QlPrinter *);
+int EndDoc(QlPrinter *);
+int StartPage(QlPrinter *);
+int EndPage(QlPrinter *);
+int AbortDoc(QlPrinter *);
+int PageEject(QlPrinter *);
+int PDSet(QlPrinter *);
+int _StartPage(QlPrinter *);
+int PSCheckPage(QlPrinter *);
+void DumpScale(QlPrinter *);
+int PSResetPage(QlPrinter *);
+int ReadPageSetup(QlPrinter *);
+void CheckSetManualFeed(QlPrinter *);
+
+// Page device (pspd.cpp).
+int PDPageRead(QlPrinter *);
+char *GetPrinterModel(QlPrinter *);
+void FreePageData(QlPrinter *);
+// Reads the selected page size's sheet and area at the present resolution
+// into psPage; 0 when the PPD's tables don't hold it.
+int ReadSelectedPage(QlPrinter *);
+void PageGeometry(QlPrinter *);
+
+// Fonts (ps_support.cpp until the font tables arrive).
+void LoadUSLFonts(QlPrinter *);
+void MakePSFontEntry(QlPrinter *, const char *pattern, const char *name, int kind);
+void ResetEncodingCache(QlPrinter *);
+void ResetFontDownloads(QlPrinter *);
+void CleanPrinter(QlPrinter *);
+void PS2CleanTileCache(QlPrinter *);
+
+}  // namespace ps
