@@ -45,6 +45,18 @@ struct Directive {
     char conv = 0;
 };
 
+// Digits of `v`, at least `precision` of them.
+char *digits(char *p, char *end, unsigned long long v, int base, int precision) {
+    char tmp[64];
+    char *e = std::to_chars(tmp, tmp + sizeof tmp, v, base).ptr;
+    int n = static_cast<int>(e - tmp);
+    if (precision > 60) precision = 60;
+    for (int i = n; i < precision && p < end; ++i) *p++ = '0';
+    if (precision == 0 && v == 0) return p;
+    for (char *q = tmp; q < e && p < end; ++q) *p++ = *q;
+    return p;
+}
+
 // Formats one number without padding into `tmp`; returns its length.
 size_t number(char (&tmp)[128], const Directive &sp, const FmtArg &a) {
     char *p = tmp, *end = tmp + sizeof tmp;
@@ -55,9 +67,11 @@ size_t number(char (&tmp)[128], const Directive &sp, const FmtArg &a) {
                       : a.kind == FmtArg::Uint ? static_cast<long long>(a.u)
                       : a.kind == FmtArg::Real ? (std::isfinite(a.d) ? static_cast<long long>(a.d) : 0)
                                                : 0;
-        if (v >= 0 && sp.plus) *p++ = '+';
-        else if (v >= 0 && sp.space) *p++ = ' ';
-        return std::to_chars(p, end, v).ptr - tmp;
+        if (v < 0) *p++ = '-';
+        else if (sp.plus) *p++ = '+';
+        else if (sp.space) *p++ = ' ';
+        unsigned long long mag = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
+        return digits(p, end, mag, 10, sp.precision) - tmp;
     }
     case 'u':
     case 'x':
@@ -67,7 +81,7 @@ size_t number(char (&tmp)[128], const Directive &sp, const FmtArg &a) {
                                                        : 0;
         // A plain int printed with %x or %u shows its 32-bit pattern, as printf does.
         if (a.kind == FmtArg::Int && a.i < 0 && a.i >= INT32_MIN) v &= 0xffffffffULL;
-        p = std::to_chars(p, end, v, sp.conv == 'u' ? 10 : 16).ptr;
+        p = digits(p, end, v, sp.conv == 'u' ? 10 : 16, sp.precision);
         if (sp.conv == 'X')
             for (char *q = tmp; q < p; ++q)
                 if (*q >= 'a' && *q <= 'f') *q -= 'a' - 'A';
@@ -98,7 +112,7 @@ template <typename Sink>
 void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
     Buffer<Sink> out(sink);
     size_t next = 0;
-    const FmtArg none(0);
+    const FmtArg none(static_cast<const char *>(nullptr));
     for (size_t i = 0; i < fmt.size();) {
         size_t pct = fmt.find('%', i);
         if (pct == std::string_view::npos) pct = fmt.size();
@@ -131,7 +145,8 @@ void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
         if (i >= fmt.size()) break;
         sp.conv = fmt[i++];
         if (sp.width > 4096) sp.width = 4096;
-        const FmtArg &a = next < args.size() ? args[next++] : none;
+        const bool known = std::strchr("sciduxXfeg", sp.conv) != nullptr;
+        const FmtArg &a = known && next < args.size() ? args[next++] : none;
 
         char tmp[128];
         const char *text = tmp;
@@ -163,7 +178,6 @@ void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
             tmp[0] = '%';
             tmp[1] = sp.conv;
             len = 2;
-            --next;
             break;
         }
         size_t pad = sp.width > 0 && static_cast<size_t>(sp.width) > len ? sp.width - len : 0;
