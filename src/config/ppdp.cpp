@@ -541,8 +541,9 @@ char *PPDGetOptionValue(QlPPDOptions *rec, const char *name) {
         last = std::strncmp(rec->keywords[i], name, len);
         if (last == 0) return rec->values ? rec->values[i] : nullptr;
     }
-    // Callers ask only for what the record holds; without a match the
-    // answer is the last comparison, as it always has been.
+    // Callers ask only for what the record holds.  Without a match the
+    // answer is the non-zero result of the last comparison, not a null
+    // pointer; it must not be used as a string.
     return reinterpret_cast<char *>(static_cast<intptr_t>(last));
 }
 
