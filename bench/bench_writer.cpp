@@ -7,29 +7,21 @@
 
 #include <cstdio>
 
-static void BM_WriterPoints(benchmark::State &state) {
+// One line of two points, through the library's writer or through fprintf.
+template <bool Writer>
+static void BM_Points(benchmark::State &state) {
     FILE *f = std::fopen("/dev/null", "w");
     double x = 12.345;
     for (auto _ : state) {
-        ql::put(f, "%.2f %.2f lo\n", x, x * 3.7);
+        if constexpr (Writer) ql::put(f, "%.2f %.2f lo\n", x, x * 3.7);
+        else std::fprintf(f, "%.2f %.2f lo\n", x, x * 3.7);
         x += 0.01;
     }
     std::fclose(f);
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_WriterPoints);
-
-static void BM_PrintfPoints(benchmark::State &state) {
-    FILE *f = std::fopen("/dev/null", "w");
-    double x = 12.345;
-    for (auto _ : state) {
-        std::fprintf(f, "%.2f %.2f lo\n", x, x * 3.7);
-        x += 0.01;
-    }
-    std::fclose(f);
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_PrintfPoints);
+BENCHMARK(BM_Points<true>)->Name("BM_WriterPoints");
+BENCHMARK(BM_Points<false>)->Name("BM_PrintfPoints");
 
 // Start, ten empty pages, end; spooled into /dev/null.
 static void BM_DocumentFrame(benchmark::State &state) {

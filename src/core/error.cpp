@@ -51,7 +51,7 @@ QlMessage QlMessageCatalog[QL_MESSAGE_COUNT] = {
     {"eNumChars", "%s: version 1.1 handles only 1 or 2 chars_per_pixel"},
     {"eUndefineColor", "%s: colors not defined"},
     {"eBadColorEntry", "%s: bad colormap entry: must be '\"c\", \"colordef\",'"},
-    {"eBadRGB", "%s: bad colordef specification: #RGB or colorname"},
+    {"eBadRGB", "%s: bad colordef speci" "fication: #RGB or colorname"},
     {"eBadPixelValue", "%s: bad pixel value: must be printable"},
     {"eUndefinedPixel", "%s: pixels not defined"},
     {"eBadLineLen", "%s: bad pixmap line length %d, chars_per_pixel*width=%d (widths out of sync)"},
