@@ -13,6 +13,7 @@
 #include <stdio.h>
 #include <time.h>
 #include <X11/Xlib.h>
+#include <X11/Xutil.h>
 
 #if defined(__GNUC__)
 #define QL_EXPORT __attribute__((visibility("default")))
@@ -238,8 +239,121 @@ QL_EXPORT void QlSetCreationDate(Display *printer, time_t date);
 QL_EXPORT int QlSetPSLevel(Display *printer, int level);
 QL_EXPORT int QlGetPSLevel(Display *printer);
 
-/* Graphics contexts (printer form: a QlGC cast to GC). */
+/* More settings of a printer. */
+QL_EXPORT int QlSetColorDepth(Display *handle, int depth);
+QL_EXPORT int QlSetPSColor(Display *printer, int flag);
+QL_EXPORT int QlGetPSColor(Display *printer);
+QL_EXPORT int QlGetPrinterColorMode(Display *printer);
+QL_EXPORT int QlIsOutputSet(Display *handle);
+QL_EXPORT int QlSetOutputFile(Display *handle, const char *name);
+QL_EXPORT char *QlGetCommand(Display *handle);
+QL_EXPORT int QlSetPSPrinterEscapePolicy(int flag);
+QL_EXPORT void QlPSComment(Display *printer, const char *text);
+QL_EXPORT int QlRasterOnlyMode(Display *handle);
+
+/*
+ * Graphics contexts.  On a display these are Xlib's; on a printer a GC is
+ * a QlGC cast to GC.  A GC belongs to the handle it was made with.
+ */
+QL_EXPORT GC QlCreateGC(Display *handle, Drawable drawable, unsigned long mask, XGCValues *values);
+QL_EXPORT int QlChangeGC(Display *handle, GC gc, unsigned long mask, XGCValues *values);
+QL_EXPORT int QlCopyGC(Display *handle, GC source, unsigned long mask, GC destination);
 QL_EXPORT int QlFreeGC(Display *handle, GC gc);
+QL_EXPORT GC QlDefaultGC(Display *handle, int screen);
+QL_EXPORT int QlCheckGC(Display *handle, GC gc);
+QL_EXPORT int QlSetArcMode(Display *handle, GC gc, int mode);
+QL_EXPORT int QlSetClipOrigin(Display *handle, GC gc, int x, int y);
+QL_EXPORT int QlSetClipMask(Display *handle, GC gc, Pixmap pixmap);
+QL_EXPORT int QlSetClipRectangles(Display *handle, GC gc, int x, int y, XRectangle *rectangles, int count,
+                                  int ordering);
+QL_EXPORT int QlSetRegion(Display *handle, GC gc, Region region);
+QL_EXPORT int QlSetDashes(Display *handle, GC gc, int offset, const char *list, int count);
+QL_EXPORT int QlSetLineAttributes(Display *handle, GC gc, unsigned int width, int style, int cap, int join);
+QL_EXPORT int QlSetFillRule(Display *handle, GC gc, int rule);
+QL_EXPORT int QlSetFillStyle(Display *handle, GC gc, int style);
+QL_EXPORT int QlSetTile(Display *handle, GC gc, Pixmap tile);
+QL_EXPORT int QlSetStipple(Display *handle, GC gc, Pixmap stipple);
+QL_EXPORT int QlSetTSOrigin(Display *handle, GC gc, int x, int y);
+QL_EXPORT int QlSetForeground(Display *handle, GC gc, unsigned long pixel);
+QL_EXPORT int QlSetBackground(Display *handle, GC gc, unsigned long pixel);
+QL_EXPORT int QlSetFunction(Display *handle, GC gc, int function);
+QL_EXPORT int QlSetPlaneMask(Display *handle, GC gc, unsigned long mask);
+QL_EXPORT int QlSetState(Display *handle, GC gc, unsigned long foreground, unsigned long background, int function,
+                         unsigned long planeMask);
+QL_EXPORT int QlSetSubwindowMode(Display *handle, GC gc, int mode);
+QL_EXPORT int QlSetFont(Display *handle, GC gc, Font font);
+
+/* Drawing.  On a printer the page is drawable 0 and a pixmap is an XImage *. */
+QL_EXPORT int QlDrawArc(Display *handle, Drawable d, GC gc, int x, int y, unsigned int width, unsigned int height,
+                        int angle1, int angle2);
+QL_EXPORT int QlDrawArcs(Display *handle, Drawable d, GC gc, XArc *arcs, int count);
+QL_EXPORT int QlDrawLine(Display *handle, Drawable d, GC gc, int x1, int y1, int x2, int y2);
+QL_EXPORT int QlDrawLines(Display *handle, Drawable d, GC gc, XPoint *points, int count, int mode);
+QL_EXPORT int QlDrawPoint(Display *handle, Drawable d, GC gc, int x, int y);
+QL_EXPORT int QlDrawPoints(Display *handle, Drawable d, GC gc, XPoint *points, int count, int mode);
+QL_EXPORT int QlDrawRectangle(Display *handle, Drawable d, GC gc, int x, int y, unsigned int width,
+                              unsigned int height);
+QL_EXPORT int QlDrawRectangles(Display *handle, Drawable d, GC gc, XRectangle *rectangles, int count);
+QL_EXPORT int QlDrawSegments(Display *handle, Drawable d, GC gc, XSegment *segments, int count);
+QL_EXPORT int QlFillArc(Display *handle, Drawable d, GC gc, int x, int y, unsigned int width, unsigned int height,
+                        int angle1, int angle2);
+QL_EXPORT int QlFillArcs(Display *handle, Drawable d, GC gc, XArc *arcs, int count);
+QL_EXPORT int QlFillPolygon(Display *handle, Drawable d, GC gc, XPoint *points, int count, int shape, int mode);
+QL_EXPORT int QlFillRectangle(Display *handle, Drawable d, GC gc, int x, int y, unsigned int width,
+                              unsigned int height);
+QL_EXPORT int QlFillRectangles(Display *handle, Drawable d, GC gc, XRectangle *rectangles, int count);
+QL_EXPORT int QlClearArea(Display *handle, Window w, int x, int y, unsigned int width, unsigned int height,
+                          Bool exposures);
+QL_EXPORT int QlClearWindow(Display *handle, Window w);
+QL_EXPORT int QlCopyArea(Display *handle, Drawable source, Drawable destination, GC gc, int sx, int sy,
+                         unsigned int width, unsigned int height, int dx, int dy);
+QL_EXPORT int QlCopyPlane(Display *handle, Drawable source, Drawable destination, GC gc, int sx, int sy,
+                          unsigned int width, unsigned int height, int dx, int dy, unsigned long plane);
+
+/* Polygons are scan-converted into rectangles when this is set. */
+QL_EXPORT extern int _QlScanConvertPolygons;
+
+/* Screen-shaped values; on a printer they describe the page. */
+QL_EXPORT unsigned long QlBlackPixel(Display *handle, int screen);
+QL_EXPORT unsigned long QlWhitePixel(Display *handle, int screen);
+QL_EXPORT int QlDefaultDepth(Display *handle, int screen);
+QL_EXPORT int QlDefaultScreen(Display *handle);
+QL_EXPORT Colormap QlDefaultColormap(Display *handle, int screen);
+QL_EXPORT int QlDisplayCells(Display *handle, int screen);
+QL_EXPORT Window QlRootWindow(Display *handle, int screen);
+QL_EXPORT Window QlDefaultRootWindow(Display *handle);
+QL_EXPORT int QlDisplayWidth(Display *handle, int screen);
+QL_EXPORT int QlDisplayHeight(Display *handle, int screen);
+QL_EXPORT int QlDisplayWidthMM(Display *handle, int screen);
+QL_EXPORT int QlDisplayHeightMM(Display *handle, int screen);
+QL_EXPORT int QlFlush(Display *handle);
+QL_EXPORT Status QlGetGeometry(Display *handle, Drawable d, Window *root, int *x, int *y, unsigned int *width,
+                               unsigned int *height, unsigned int *border, unsigned int *depth);
+QL_EXPORT int QlMatch(Display *display, int screen, Display *printer);
+
+/* Colours.  A printer keeps a table of 256 cells; at depth 24 a pixel is
+ * the colour itself, red in the lowest byte unless QlSetDisplay gave the
+ * masks of a TrueColor screen. */
+QL_EXPORT Status QlAllocColor(Display *handle, Colormap colormap, XColor *colour);
+QL_EXPORT Status QlAllocNamedColor(Display *handle, Colormap colormap, const char *name, XColor *screen,
+                                   XColor *exact);
+QL_EXPORT Status QlLookupColor(Display *handle, Colormap colormap, const char *name, XColor *exact,
+                               XColor *screen);
+QL_EXPORT Status QlParseColor(Display *handle, Colormap colormap, const char *spec, XColor *colour);
+QL_EXPORT int QlQueryColor(Display *handle, Colormap colormap, XColor *colour);
+QL_EXPORT int QlQueryColors(Display *handle, Colormap colormap, XColor *colours, int count);
+QL_EXPORT int QlStoreColor(Display *handle, Colormap colormap, XColor *colour);
+QL_EXPORT int QlStoreColors(Display *handle, Colormap colormap, XColor *colours, int count);
+QL_EXPORT int QlStoreNamedColor(Display *handle, Colormap colormap, const char *name, unsigned long pixel,
+                                int flags);
+QL_EXPORT int QlFreeColors(Display *handle, Colormap colormap, unsigned long *pixels, int count,
+                           unsigned long planes);
+QL_EXPORT void QlSetRGBShiftValues(unsigned long redMask, unsigned long greenMask, unsigned long blueMask,
+                                   int *redShift, int *greenShift, int *blueShift);
+
+/* Fonts (the front end grows with the font tables). */
+QL_EXPORT XFontStruct *QlQueryFont(Display *handle, XID font);
+QL_EXPORT XFontStruct *QlLoadQueryFont(Display *handle, const char *name);
 
 /* Errors and messages. */
 QL_EXPORT int QlErrorHandler(QlErrorRecord *record);

@@ -1,8 +1,11 @@
 // Printer settings: the calls that forward to a page-device slot, and the
 // few that work on the printer record itself.
+#include "config/printerinfo.h"
 #include "core/driver.h"
 #include "core/out.h"
+#include "port/kvo.h"
 
+#include <cstdlib>
 #include <string>
 
 const char QlCompiledDate[] = __DATE__;
@@ -114,6 +117,84 @@ int QlSetPSLevel(Display *handle, int level) {
 int QlGetPSLevel(Display *handle) {
     QlPrinter *p = _QlAsPrinter(handle);
     return p && p->driverId == QL_DRIVER_POSTSCRIPT ? p->level : 0;
+}
+
+int QlSetPSPrinterEscapePolicy(int flag) {
+    escapePolicy = flag != 0;
+    return escapePolicy;
+}
+
+void QlPSComment(Display *handle, const char *text) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    if (!p || p->driverId != QL_DRIVER_POSTSCRIPT || !p->stream) return;
+    // One percent sign on the page; the caller ends the line.
+    ql::put(p->stream, "%%User's Comment:  %s", text ? text : "");
+}
+
+int QlIsOutputSet(Display *handle) {
+    if (QlIsDisplay(handle)) return 1;
+    QlPrinter *p = _QlAsPrinter(handle);
+    return p && p->command ? 1 : 0;
+}
+
+int QlSetOutputFile(Display *handle, const char *name) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    if (!p || !name) return 0;
+    char *command;
+    try {
+        command = _kvo_strdup(_QlOSCopyFileCommand(name).c_str());
+    } catch (...) {
+        return 0;
+    }
+    std::free(p->command);
+    p->command = command;
+    if (p->info) {
+        std::free(p->info->fileName);
+        p->info->fileName = _kvo_strdup(name);
+    }
+    return 1;
+}
+
+char *QlGetCommand(Display *handle) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    return p && p->command ? _kvo_strdup(p->command) : nullptr;
+}
+
+int QlSetColorDepth(Display *handle, int depth) {
+    if (QlIsDisplay(handle)) return depth ? depth : 1;
+    QlPrinter *p = _QlAsPrinter(handle);
+    if (!p) return 0;
+    p->depth = depth;
+    return depth;
+}
+
+int QlSetPSColor(Display *handle, int flag) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    if (!p || p->driverId != QL_DRIVER_POSTSCRIPT) return 0;
+    if (flag) p->flags |= 1;
+    else p->flags &= static_cast<unsigned char>(~1u);
+    return 1;
+}
+
+int QlGetPSColor(Display *handle) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    return p && p->driverId == QL_DRIVER_POSTSCRIPT && p->level == 2 ? p->flags & 1 : 0;
+}
+
+int QlGetPrinterColorMode(Display *handle) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    if (!p) return 0;
+    switch (p->driverId) {
+    case QL_DRIVER_POSTSCRIPT: return p->flags == 1 ? 1 : 2;
+    case QL_DRIVER_PCL5:
+    case QL_DRIVER_PCL4: return p->pclColorMode > 0 ? 1 : p->pclColorMode == 0 ? 2 : 0;
+    default: return 0;
+    }
+}
+
+int QlRasterOnlyMode(Display *handle) {
+    QlPrinter *p = _QlAsPrinter(handle);
+    return p && p->rasterOnly ? 1 : 0;
 }
 
 const char *QlGetVersion() {

@@ -62,6 +62,7 @@ GsRun Run(const std::vector<std::string> &args, bool quiet) {
 }  // namespace
 
 GsRun RunGhostscript(const std::vector<std::string> &args) { return Run(args, true); }
+GsRun RunGhostscriptTalkative(const std::vector<std::string> &args) { return Run(args, false); }
 
 ::testing::AssertionResult RendersCleanly(const std::string &psPath, const std::string &pngOut, int dpi) {
   std::vector<std::string> args;
@@ -94,6 +95,18 @@ std::optional<std::array<int, 4>> GsInkBoundingBox(const std::string &psPath) {
   std::array<int, 4> box{};
   std::string line = run.log.substr(at + kTag.size(), run.log.find('\n', at) - at - kTag.size());
   if (std::sscanf(line.c_str(), "%d %d %d %d", &box[0], &box[1], &box[2], &box[3]) != 4) return std::nullopt;
+  return box;
+}
+
+std::optional<std::array<double, 4>> GsInkBoundingBoxHiRes(const std::string &psPath) {
+  GsRun run = RunGhostscript({"-sDEVICE=bbox", psPath});
+  if (run.exitCode != 0) return std::nullopt;
+  static constexpr std::string_view kTag = "%%HiResBoundingBox:";
+  size_t at = run.log.find(kTag);
+  if (at == std::string::npos) return std::nullopt;
+  std::array<double, 4> box{};
+  if (std::sscanf(run.log.c_str() + at + kTag.size(), "%lf %lf %lf %lf", &box[0], &box[1], &box[2], &box[3]) != 4)
+    return std::nullopt;
   return box;
 }
 

@@ -17,6 +17,8 @@ struct GsRun {
 
 // Runs "gs -q -dBATCH -dNOPAUSE -dSAFER <args...>" without a shell.
 GsRun RunGhostscript(const std::vector<std::string> &args);
+// The same without -q: gs's reports of font substitutions show in the log.
+GsRun RunGhostscriptTalkative(const std::vector<std::string> &args);
 
 // Renders a file with the png16m device to pngOut at dpi (or with the
 // nullpage device when pngOut is empty).  Fails on a non-zero exit and on
@@ -29,5 +31,7 @@ GsRun RunGhostscript(const std::vector<std::string> &args);
 // The bounding box of the ink on the first page, in points, as the bbox
 // device reports it; nothing if gs fails or reports none.
 std::optional<std::array<int, 4>> GsInkBoundingBox(const std::string &psPath);
+// The same, unrounded (the device's %%HiResBoundingBox).
+std::optional<std::array<double, 4>> GsInkBoundingBoxHiRes(const std::string &psPath);
 
 }  // namespace qltest

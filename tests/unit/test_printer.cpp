@@ -180,12 +180,12 @@ TEST(Slots, EveryUnbuiltSlotSaysSo) {
     ASSERT_NE(d, nullptr);
     QlPrinter *p = P(d);
     const QlDrawDriver *drv = DriverSwitch[0];
-    EXPECT_EQ(drv->DrawLine(p, 0, nullptr, 0, 0, 1, 1), 2);
+    EXPECT_EQ(drv->PutImage(p, nullptr, nullptr, 0, 0, 0, 0, 1, 1), 2);
     EXPECT_EQ(drv->LoadFont(p, "x"), 0u);
     EXPECT_EQ(drv->QueryFont(p, 1), nullptr);
     EXPECT_EQ(PDDriverSwitch[2]->StartDoc(p), 0);
     EXPECT_EQ(msgs.indices, (std::vector<int>{wNotSupport, wNotSupport, wNotSupport, wNotSupport}));
-    EXPECT_NE(msgs.texts[0].find("DrawLine: not supported"), std::string::npos);
+    EXPECT_NE(msgs.texts[0].find("PutImage: not supported"), std::string::npos);
     QlClosePrinter(d);
 }
 

@@ -5,9 +5,14 @@
 #include "config/printerinfo.h"
 #include "core/out.h"
 #include "fontdata/pfonts.h"
+#include "gfx/colour.h"
 #include "port/kvo.h"
 
+#include <X11/Xutil.h>
+
+#include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -23,13 +28,13 @@ constexpr unsigned long kAllDirty = ~0UL;
 
 // Sets the colour table up: 256 zeroed cells, 0 black and 1 white.
 void makeColourTable(QlPrinter *p) {
-    auto *cells = static_cast<unsigned long(*)[5]>(std::calloc(256, sizeof(unsigned long[5])));
+    auto *cells = static_cast<QlColorCell *>(std::calloc(256, sizeof(QlColorCell)));
     p->numCells = 256;
     p->cells = cells;
     if (!cells) return;
-    cells[0][0] = 1;
-    cells[1][0] = 1;
-    cells[1][1] = cells[1][2] = cells[1][3] = 65280;
+    cells[0].allocated = 1;
+    cells[1].allocated = 1;
+    cells[1].red = cells[1].green = cells[1].blue = 65280;
 }
 
 // Undoes what OpenPrinter made.
@@ -465,14 +470,368 @@ int AbortDoc(QlPrinter *p) {
     return 1;
 }
 
-// The drawing slots: open and close so far; every other slot says it is
-// not offered yet.
-constexpr QlDrawDriver makeDriver() {
-    QlDrawDriver d = ql::kUnsupportedDrawDriver;
-    d.OpenPrinter = OpenPrinter;
-    d.ClosePrinter = ClosePrinter;
-    return d;
+// The drawing slots.  A coordinate arrives in dots of the page's
+// resolution and is written in points (dots times k), two decimals.
+
+namespace {
+
+// X's GC bits that each kind of mark needs flushed.
+constexpr unsigned long kArcMask = 3673396 | GCCapStyle, kLineMask = 3673460, kLinesMask = 3673588,
+                        kRectangleMask = 2625012 | GCDashOffset, kPointMask = 527620, kFillArcMask = 527604,
+                        kFillMask = 527860;
+
+double unitsPerDot(QlPrinter *p) { return 72.0 / geometry(p)->resolution; }
+
+// The first four steps of every mark: page, state, comment, paint.
+void beginMark(QlPrinter *p, QlGC *gc, unsigned long mask, const char *comment) {
+    PSCheckPage(p);
+    PSFlushGC(p, gc, mask);
+    if (p->debugComments) write(p->stream, comment);
+    CheckTile(p, gc);
 }
-const QlDrawDriver PSDriver = makeDriver();
+
+// How far a stroke's ink reaches beyond its path, in emitted units:
+// half the line width across it, more where a square or round cap or a
+// mitre sticks out.
+double halfWidth(QlPrinter *p, QlGC *gc) { return gc->values.line_width * unitsPerDot(p) / 2; }
+
+double strokeReach(QlPrinter *p, QlGC *gc, bool polyline) {
+    const double h = halfWidth(p, gc);
+    if (polyline && gc->values.join_style == JoinMiter) return 10 * h;
+    return gc->values.cap_style == CapProjecting ? h * 1.4143 : h;
+}
+
+void renewPadded(QlPrinter *p, double x1, double y1, double x2, double y2, double pad) {
+    RenewBoundingBox(p, std::min(x1, x2) - pad, std::min(y1, y2) - pad, std::max(x1, x2) + pad,
+                     std::max(y1, y2) + pad);
+}
+
+// A straight line's ink: its ends, widened across the line and, with round
+// or square caps, along it.
+void renewLine(QlPrinter *p, QlGC *gc, double x1, double y1, double x2, double y2) {
+    const double h = halfWidth(p, gc), len = std::hypot(x2 - x1, y2 - y1);
+    const double ux = len > 0 ? std::fabs(x2 - x1) / len : 1, uy = len > 0 ? std::fabs(y2 - y1) / len : 1;
+    double px = h * uy, py = h * ux;
+    if (gc->values.cap_style == CapProjecting) px = py = h * (ux + uy);
+    else if (gc->values.cap_style == CapRound) px = py = h;
+    RenewBoundingBox(p, std::min(x1, x2) - px, std::min(y1, y2) - py, std::max(x1, x2) + px, std::max(y1, y2) + py);
+}
+
+int clampToInt(double v) {
+    if (!(v > -2e9)) return -2000000000;
+    if (!(v < 2e9)) return 2000000000;
+    return static_cast<int>(v);
+}
+
+// X takes at most a full turn of an arc.
+int clampAngle(int angle2) { return std::clamp(angle2, -360 * 64, 360 * 64); }
+
+void rectanglePath(QlPrinter *p, double x, double y, double x2, double y2) {
+    put(p->stream, "gs np %.2f %.2f t %.2f %.2f lo %.2f %.2f lo %.2f %.2f lo ", x, y, x, y2, x2, y2, x2, y);
+}
+
+}  // namespace
+
+void RenewBoundingBox(QlPrinter *p, double x1, double y1, double x2, double y2) {
+    if (x1 > x2) std::swap(x1, x2);
+    if (y1 > y2) std::swap(y1, y2);
+    // Outward to whole units, so that the box holds the mark.
+    p->boundsXmin = std::min(p->boundsXmin, clampToInt(std::floor(x1)));
+    p->boundsYmin = std::min(p->boundsYmin, clampToInt(std::floor(y1)));
+    p->boundsXmax = std::max(p->boundsXmax, clampToInt(std::ceil(x2)));
+    p->boundsYmax = std::max(p->boundsYmax, clampToInt(std::ceil(y2)));
+}
+
+int ClearArea(QlPrinter *p, int x, int y, unsigned width, unsigned height) {
+    PSCheckPage(p);
+    if (p->debugComments) write(p->stream, "%% ClearArea\n");
+    const double k = unitsPerDot(p);
+    const double x1 = x * k, y1 = y * k, x2 = (x + static_cast<double>(width)) * k,
+                 y2 = (y + static_cast<double>(height)) * k;
+    put(p->stream, "gs 1 sg np %.2f %.2f t %.2f %.2f lo %.2f %.2f lo %.2f %.2f lo cp f gr\n", x1, y1, x1, y2, x2, y2,
+        x2, y1);
+    return 0;
+}
+
+int DrawLine(QlPrinter *p, Drawable, QlGC *gc, int x1, int y1, int x2, int y2) {
+    beginMark(p, gc, kLineMask, "%% DrawLine\n");
+    const double k = unitsPerDot(p);
+    put(p->stream, "%.2f %.2f %.2f %.2f DL\n", x2 * k, y2 * k, x1 * k, y1 * k);
+    renewLine(p, gc, x1 * k, y1 * k, x2 * k, y2 * k);
+    return 0;
+}
+
+// A point is one dot, whatever the line width, as on a display.
+int DrawPoint(QlPrinter *p, Drawable, QlGC *gc, int x, int y) {
+    PSCheckPage(p);
+    if (p->debugComments) write(p->stream, "%% DrawPoint\n");
+    PSFlushGC(p, gc, kPointMask);
+    CheckTile(p, gc);
+    const double k = unitsPerDot(p);
+    put(p->stream, "%.2f %.2f %.2f DP\n", x * k, y * k, k * 0.5);
+    renewPadded(p, x * k, y * k, x * k, y * k, k * 0.5);
+    return 0;
+}
+
+int DrawRectangle(QlPrinter *p, Drawable, QlGC *gc, int x, int y, unsigned width, unsigned height) {
+    beginMark(p, gc, kRectangleMask, "%% DrawRectangle\n");
+    const double k = unitsPerDot(p);
+    const double x2 = (x + static_cast<double>(width)) * k, y2 = (y + static_cast<double>(height)) * k;
+    // Dashes run round the outline the way a display draws it: right from
+    // the top left corner.
+    if (gc->values.line_style != LineSolid)
+        put(p->stream, "gs np %.2f %.2f t %.2f %.2f lo %.2f %.2f lo %.2f %.2f lo ", x * k, y * k, x2, y * k, x2, y2,
+            x * k, y2);
+    else
+        rectanglePath(p, x * k, y * k, x2, y2);
+    write(p->stream, "cp st gr\n");
+    renewPadded(p, x * k, y * k, x2, y2, halfWidth(p, gc));
+    return 0;
+}
+
+int FillRectangle(QlPrinter *p, Drawable, QlGC *gc, int x, int y, unsigned width, unsigned height) {
+    beginMark(p, gc, kFillMask, "%% FillRectangle\n");
+    const double k = unitsPerDot(p);
+    const double x2 = (x + static_cast<double>(width)) * k, y2 = (y + static_cast<double>(height)) * k;
+    rectanglePath(p, x * k, y * k, x2, y2);
+    write(p->stream, "cp f st gr\n");
+    RenewBoundingBox(p, x * k, y * k, x2, y2);
+    return 0;
+}
+
+// The path goes out in groups of 30 points, so that no path overflows a
+// level 1 interpreter.  Relative points add up from the first point, as
+// on a display.  A group after the first repeats the segment before it
+// where the stroke is wide or dashed, so that the join and the dash phase
+// come out as in one path.
+int DrawLines(QlPrinter *p, Drawable, QlGC *gc, XPoint *points, int count, int mode) {
+    if (count <= 0) {
+        PSCheckPage(p);
+        return 0;
+    }
+    beginMark(p, gc, kLinesMask, "%% DrawLines\n");
+    const double k = unitsPerDot(p);
+    FILE *s = p->stream;
+    const bool relative = mode != CoordModeOrigin;
+    const bool dashed = gc->values.line_style != LineSolid;
+    const bool carryOver = dashed || gc->values.line_width > 1;
+    long cx = points[0].x, cy = points[0].y;  // the current point, absolute
+    long px = cx, py = cy;                    // the point before it
+    long minX = cx, maxX = cx, minY = cy, maxY = cy;
+    double travelled = 0, travelledToPrevious = 0;
+    for (int start = 0; start < count; start += 30) {
+        const int end = std::min(start + 30, count);
+        if (start > 0 && carryOver) {
+            write(s, "gs\n");
+            if (dashed) WriteDashes(p, gc, gc->values.dash_offset + travelledToPrevious, true);
+            put(s, "np %.2f %.2f t %.2f %.2f lo ", px * k, py * k, cx * k, cy * k);
+        } else {
+            put(s, "gs np %.2f %.2f t ", cx * k, cy * k);
+        }
+        for (int i = start; i < end; ++i) {
+            long nx = points[i].x, ny = points[i].y;
+            if (relative && i > 0) {
+                nx += cx;
+                ny += cy;
+                put(s, "%.2f %.2f l2 ", points[i].x * k, points[i].y * k);
+            } else {
+                put(s, "%.2f %.2f lo ", nx * k, ny * k);
+            }
+            travelledToPrevious = travelled;
+            travelled += std::hypot(static_cast<double>(nx - cx), static_cast<double>(ny - cy));
+            px = cx;
+            py = cy;
+            cx = nx;
+            cy = ny;
+            minX = std::min(minX, cx);
+            maxX = std::max(maxX, cx);
+            minY = std::min(minY, cy);
+            maxY = std::max(maxY, cy);
+        }
+        // A closed outline is joined where it closes, as on a display.
+        const bool closed = count > 2 && count <= 30 && cx == points[0].x &&
+                            cy == points[0].y;
+        write(s, closed ? "cp st gr\n" : "st gr\n");
+    }
+    renewPadded(p, minX * k, minY * k, maxX * k, maxY * k, strokeReach(p, gc, true));
+    return 0;
+}
+
+int DrawArc(QlPrinter *p, Drawable, QlGC *gc, int x, int y, unsigned width, unsigned height, int angle1,
+            int angle2) {
+    PSCheckPage(p);
+    PSFlushGC(p, gc, kArcMask);
+    const double k = unitsPerDot(p);
+    const double x1 = x * k, y1 = y * k, x2 = (x + static_cast<double>(width)) * k,
+                 y2 = (y + static_cast<double>(height)) * k;
+    const double reach = strokeReach(p, gc, false);
+    if (width == 0 || height == 0) {
+        put(p->stream, "%.2f %.2f %.2f %.2f DL\n", x1, y1, x2, y2);
+        renewLine(p, gc, x1, y1, x2, y2);
+        return 0;
+    }
+    if (p->debugComments) write(p->stream, "%% DrawArc\n");
+    CheckTile(p, gc);
+    angle2 = clampAngle(angle2);
+    FILE *s = p->stream;
+    const double ratio = (y2 - y1) / (x2 - x1);
+    put(s, "gs np %.2f %.2f tl\n", (x1 + x2) / 2, (y1 + y2) / 2);
+    const std::string ratioText = ql::format("%f", ratio);
+    put(s, "1 -%s sl\n", ratioText);
+    put(s, "0 0 %.2f %.2f %.2f %s ", (x2 - x1) / 2, angle1 / 64.0, (angle1 + angle2) / 64.0, angle2 > 0 ? "ac" : "an");
+    // An ellipse is stroked in the page's own scale, so that its line keeps
+    // one width all round.
+    if (ratioText != "1.000000") put(s, "1 -%f sl ", 1 / ratio);
+    write(s, "st gr\n");
+    renewPadded(p, x1, y1, x2, y2, reach);
+    return 0;
+}
+
+int FillArc(QlPrinter *p, Drawable, QlGC *gc, int x, int y, unsigned width, unsigned height, int angle1,
+            int angle2) {
+    // An arc without area paints nothing.
+    if (width == 0 || height == 0) {
+        PSCheckPage(p);
+        return 0;
+    }
+    beginMark(p, gc, kFillArcMask, "%% FillArc\n");
+    angle2 = clampAngle(angle2);
+    const double k = unitsPerDot(p);
+    const double x1 = x * k, y1 = y * k, x2 = (x + static_cast<double>(width)) * k,
+                 y2 = (y + static_cast<double>(height)) * k;
+    FILE *s = p->stream;
+    const bool pie = gc->values.arc_mode == ArcPieSlice;
+    put(s, "gs np %.2f %.2f tl\n", (x1 + x2) / 2, (y1 + y2) / 2);
+    if (pie) write(s, "0 0 t\n");
+    put(s, "1 -%f sl\n", (y2 - y1) / (x2 - x1));
+    put(s, "0 0 %.2f %.2f %.2f %s\n", (x2 - x1) / 2, angle1 / 64.0, (angle1 + angle2) / 64.0,
+        angle1 + angle2 > angle1 ? "ac" : "an");
+    if (pie) write(s, "0 0 t\n");
+    write(s, "cp f st gr\n");
+    RenewBoundingBox(p, x1, y1, x2, y2);
+    return 0;
+}
+
+int FillPolygon0(QlPrinter *p, Drawable, QlGC *gc, XPoint *points, int count, int, int mode) {
+    if (count <= 0) {
+        PSCheckPage(p);
+        return 0;
+    }
+    beginMark(p, gc, kLinesMask, "%% FillPolygon\n");
+    const double k = unitsPerDot(p);
+    FILE *s = p->stream;
+    long cx = points[0].x, cy = points[0].y;
+    long minX = cx, maxX = cx, minY = cy, maxY = cy;
+    put(s, "gs np %.2f %.2f t ", cx * k, cy * k);
+    for (int i = 1; i < count; ++i) {
+        if (mode == CoordModeOrigin) {
+            cx = points[i].x;
+            cy = points[i].y;
+            put(s, "%.2f %.2f lo ", cx * k, cy * k);
+        } else {
+            cx += points[i].x;
+            cy += points[i].y;
+            put(s, "%.2f %.2f l2 ", points[i].x * k, points[i].y * k);
+        }
+        minX = std::min(minX, cx);
+        maxX = std::max(maxX, cx);
+        minY = std::min(minY, cy);
+        maxY = std::max(maxY, cy);
+    }
+    write(s, gc->values.fill_rule == WindingRule ? "f st gr\n" : "eofill st gr\n");
+    RenewBoundingBox(p, minX * k, minY * k, maxX * k, maxY * k);
+    return 0;
+}
+
+int _QlDrawPolyScanRect(QlPrinter *p, Drawable d, QlGC *gc, Region region, int y, int x, int width, double dx,
+                        double dy) {
+    const int in = XRectInRegion(region, x, y, static_cast<unsigned>(width), 1);
+    if (in == RectangleIn || (in == RectanglePart && width <= 1)) {
+        beginMark(p, gc, kFillMask, "%% FillRectangle\n");
+        const double k = unitsPerDot(p);
+        const double X = x * dx * k, Y = y * dy * k, W = width * dx * k, H = dy * k;
+        if (p->level == 2) {
+            put(p->stream, "%.2f %.2f %.2f %.2f rectfill\n", X, Y, W, H);
+        } else {
+            rectanglePath(p, X, Y, X + W, Y + H);
+            write(p->stream, "cp f st gr\n");
+        }
+        RenewBoundingBox(p, X, Y, X + W, Y + H);
+        return 0;
+    }
+    if (in != RectanglePart) return in;
+    const int h = width / 2;
+    _QlDrawPolyScanRect(p, d, gc, region, y, x, h, dx, dy);
+    return _QlDrawPolyScanRect(p, d, gc, region, y, x + h, width - h, dx, dy);
+}
+
+// For interpreters that can't fill a complex path: the polygon is filled
+// span by span.
+int FillPolygon(QlPrinter *p, Drawable d, QlGC *gc, XPoint *points, int count, int shape, int mode) {
+    if (!_QlScanConvertPolygons || count <= 0) return FillPolygon0(p, d, gc, points, count, shape, mode);
+    auto *device = static_cast<XPoint *>(std::calloc(static_cast<size_t>(count), sizeof(XPoint)));
+    if (!device) return 11;
+    const double dx = p->divisorX, dy = p->divisorY;
+    p->divisorX = p->divisorY = 1.0;
+    long sx = 0, sy = 0;
+    for (int i = 0; i < count; ++i) {
+        if (mode == CoordModePrevious && i > 0) {
+            sx += points[i].x;
+            sy += points[i].y;
+        } else {
+            sx = points[i].x;
+            sy = points[i].y;
+        }
+        device[i].x = static_cast<short>(std::clamp(static_cast<long>(sx * (1 / dx) + 0.5), -32768L, 32767L));
+        device[i].y = static_cast<short>(std::clamp(static_cast<long>(sy * (1 / dy) + 0.5), -32768L, 32767L));
+    }
+    Region region = XPolygonRegion(device, count, gc->values.fill_rule);
+    std::free(device);
+    if (region) {
+        XRectangle box;
+        XClipBox(region, &box);
+        for (int row = box.y; row < box.y + box.height; ++row)
+            _QlDrawPolyScanRect(p, d, gc, region, row, box.x, box.width, dx, dy);
+        XDestroyRegion(region);
+    }
+    p->divisorX = dx;
+    p->divisorY = dy;
+    return 0;
+}
+
+// Text in 16-bit characters is not printed.
+int DrawString16(QlPrinter *p, Drawable, QlGC *, int, int, const XChar2b *, int) {
+    PSCheckPage(p);
+    if (p->debugComments) write(p->stream, "%% DrawString16\n");
+    return 0;
+}
+
+const QlDrawDriver PSDriver = {
+    .OpenPrinter = OpenPrinter,
+    .ClosePrinter = ClosePrinter,
+    .ClearArea = ClearArea,
+    .CopyArea = QL_NOT_SUPPORTED(QlDrawDriver, CopyArea, 2),
+    .DrawArc = DrawArc,
+    .DrawLine = DrawLine,
+    .DrawLines = DrawLines,
+    .DrawPoint = DrawPoint,
+    .DrawRectangle = DrawRectangle,
+    .DrawString = QL_NOT_SUPPORTED(QlDrawDriver, DrawString, 2),
+    .DrawString16 = DrawString16,
+    .FillArc = FillArc,
+    .FillPolygon = FillPolygon,
+    .FillRectangle = FillRectangle,
+    .FreeFont = QL_NOT_SUPPORTED(QlDrawDriver, FreeFont, 0),
+    .ListFonts = QL_NOT_SUPPORTED(QlDrawDriver, ListFonts, 0),
+    .LoadFont = QL_NOT_SUPPORTED(QlDrawDriver, LoadFont, 0),
+    .PutImage = QL_NOT_SUPPORTED(QlDrawDriver, PutImage, 2),
+    .QueryFont = QL_NOT_SUPPORTED(QlDrawDriver, QueryFont, 0),
+    .UnloadFont = QL_NOT_SUPPORTED(QlDrawDriver, UnloadFont, 0),
+    .DrawRotString = QL_NOT_SUPPORTED(QlDrawDriver, DrawRotString, 2),
+    .DrawRotImageString = QL_NOT_SUPPORTED(QlDrawDriver, DrawRotImageString, 2),
+    .StretchPutImage = QL_NOT_SUPPORTED(QlDrawDriver, StretchPutImage, 2),
+    .RegisterFont = QL_NOT_SUPPORTED(QlDrawDriver, RegisterFont, 0),
+    .DestroyRegisteredFont = QL_NOT_SUPPORTED(QlDrawDriver, DestroyRegisteredFont, 0),
+};
 
 }  // namespace ps

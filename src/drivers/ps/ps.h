@@ -83,6 +83,23 @@ void FreePageData(QlPrinter *);
 int ReadSelectedPage(QlPrinter *);
 void PageGeometry(QlPrinter *);
 
+// Graphics state (ps_support.cpp).
+int PSFlushGC(QlPrinter *, QlGC *, unsigned long mask);
+void CheckOldGC(QlPrinter *, QlGC *);
+void CheckTile(QlPrinter *, QlGC *);
+int DumpDashes(QlPrinter *, QlGC *);
+// The dash pattern of gc with its phase at offsetDots.
+void WriteDashes(QlPrinter *, QlGC *, double offsetDots, bool threeDecimals);
+// Tile and font state: true when written.
+bool WriteTile(QlPrinter *, QlGC *);
+bool SetTilePaint(QlPrinter *, QlGC *);
+bool WriteFont(QlPrinter *, QlGC *);
+// Keeps marks inside the printable area (pspd.cpp).
+void PageSizeClip(QlPrinter *);
+
+// Widens the page's box by a mark's corners, in emitted units.
+void RenewBoundingBox(QlPrinter *, double x1, double y1, double x2, double y2);
+
 // Fonts (ps_support.cpp until the font tables arrive).
 void LoadUSLFonts(QlPrinter *);
 void MakePSFontEntry(QlPrinter *, const char *pattern, const char *name, int kind);

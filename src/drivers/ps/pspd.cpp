@@ -567,6 +567,14 @@ int ReadSelectedPage(QlPrinter *p) {
     return ok;
 }
 
+void PageSizeClip(QlPrinter *p) {
+    if (!p->ppdFile && !p->pageSizeChanged) return;
+    const double k = 72.0 / geometry(p)->resolution;
+    const float w = static_cast<float>(p->width * p->divisorX * k / p->scaleX);
+    const float h = static_cast<float>(p->height * p->divisorY * k / p->scaleY);
+    ql::put(p->stream, "0 0 t 0 %.2f lo %.2f %.2f lo %.2f 0 lo cp clip np\n", h, w, h, w);
+}
+
 void FreePageData(QlPrinter *p) {
     if (auto *d = pageData(p)) {
         QlPPDOptions *groups[] = {d->resolutions, d->imageableAreas, d->pageRegions, d->pageSizes,
