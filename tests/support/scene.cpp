@@ -191,6 +191,18 @@ void DrawPrimitives(Display *h, Drawable d, std::vector<SceneCell> &cells) {
     QlSetForeground(h, gc, Named(h, "blue"));
     QlFillRectangle(h, d, gc, x + 10, y + 10, 30, 30);
   });
+  p.cell("double dashes", [&](GC gc, int x, int y) {
+    QlSetBackground(h, gc, Named(h, "gold"));
+    QlSetForeground(h, gc, Named(h, "navy"));
+    const char list[] = {16, 8};
+    QlSetDashes(h, gc, 0, list, 2);
+    QlSetLineAttributes(h, gc, 8, LineDoubleDash, CapButt, JoinMiter);
+    QlDrawLine(h, d, gc, x + 10, y + 20, x + 190, y + 20);
+    XPoint bend[] = {{short(x + 30), short(y + 120)}, {short(x + 30), short(y + 60)}, {short(x + 170), short(y + 60)},
+                     {short(x + 170), short(y + 110)}};
+    QlDrawLines(h, d, gc, bend, 4, CoordModeOrigin);
+    QlDrawArc(h, d, gc, x + 40, y + 130, 120, 60, 0, 300 * 64);
+  });
 }
 
 }  // namespace

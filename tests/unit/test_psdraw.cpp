@@ -175,8 +175,17 @@ TEST(PSMarks, DashesAndStyles) {
     EXPECT_EQ(g->values.tile, 77u);
     EXPECT_EQ(g->values.stipple, 0u);
 
-    messages.clear();
+    // Double dashes: the gaps in the background, then the dashes.
+    QlSetFillStyle(page.d, page.gc, FillSolid);
     QlSetLineAttributes(page.d, page.gc, 0, LineDoubleDash, CapButt, JoinMiter);
+    page.mark();
+    QlDrawLine(page.d, 0, page.gc, 0, 0, 1, 0);
+    std::string dd = page.since();
+    EXPECT_NE(dd.find("gs np 0.00 0.00 t 0.24 0.00 lo gs 1.0 1.0 1.0 RGB [] 0 setdash st gr st gr\n"),
+              std::string::npos) << dd;
+    messages.clear();
+    v.line_style = 3;
+    QlChangeGC(page.d, page.gc, GCLineStyle, &v);
     QlDrawLine(page.d, 0, page.gc, 0, 0, 1, 0);
     EXPECT_TRUE(messages.has(wLineStyle));
 }

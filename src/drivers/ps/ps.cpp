@@ -556,7 +556,12 @@ int ClearArea(QlPrinter *p, int x, int y, unsigned width, unsigned height) {
 int DrawLine(QlPrinter *p, Drawable, QlGC *gc, int x1, int y1, int x2, int y2) {
     beginMark(p, gc, kLineMask, "%% DrawLine\n");
     const double k = unitsPerDot(p);
-    put(p->stream, "%.2f %.2f %.2f %.2f DL\n", x2 * k, y2 * k, x1 * k, y1 * k);
+    if (gc->values.line_style == LineDoubleDash) {
+        put(p->stream, "gs np %.2f %.2f t %.2f %.2f lo ", x1 * k, y1 * k, x2 * k, y2 * k);
+        WriteStroke(p, gc, " gr\n");
+    } else {
+        put(p->stream, "%.2f %.2f %.2f %.2f DL\n", x2 * k, y2 * k, x1 * k, y1 * k);
+    }
     renewLine(p, gc, x1 * k, y1 * k, x2 * k, y2 * k);
     return 0;
 }
@@ -584,7 +589,8 @@ int DrawRectangle(QlPrinter *p, Drawable, QlGC *gc, int x, int y, unsigned width
             x * k, y2);
     else
         rectanglePath(p, x * k, y * k, x2, y2);
-    write(p->stream, "cp st gr\n");
+    write(p->stream, "cp ");
+    WriteStroke(p, gc, " gr\n");
     renewPadded(p, x * k, y * k, x2, y2, halfWidth(p, gc));
     return 0;
 }
@@ -651,7 +657,8 @@ int DrawLines(QlPrinter *p, Drawable, QlGC *gc, XPoint *points, int count, int m
         // A closed outline is joined where it closes, as on a display.
         const bool closed = count > 2 && count <= 30 && cx == points[0].x &&
                             cy == points[0].y;
-        write(s, closed ? "cp st gr\n" : "st gr\n");
+        if (closed) write(s, "cp ");
+        WriteStroke(p, gc, " gr\n");
     }
     renewPadded(p, minX * k, minY * k, maxX * k, maxY * k, strokeReach(p, gc, true));
     return 0;
@@ -682,7 +689,7 @@ int DrawArc(QlPrinter *p, Drawable, QlGC *gc, int x, int y, unsigned width, unsi
     // An ellipse is stroked in the page's own scale, so that its line keeps
     // one width all round.
     if (ratioText != "1.000000") put(s, "1 -%f sl ", 1 / ratio);
-    write(s, "st gr\n");
+    WriteStroke(p, gc, " gr\n");
     renewPadded(p, x1, y1, x2, y2, reach);
     return 0;
 }

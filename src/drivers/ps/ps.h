@@ -5,6 +5,7 @@
 #include "core/driver.h"
 
 #include <cstdint>
+#include <string_view>
 
 namespace ps {
 
@@ -90,6 +91,8 @@ void CheckTile(QlPrinter *, QlGC *);
 int DumpDashes(QlPrinter *, QlGC *);
 // The dash pattern of gc with its phase at offsetDots.
 void WriteDashes(QlPrinter *, QlGC *, double offsetDots, bool threeDecimals);
+// Strokes the current path (double dashes in two colours), then `end`.
+void WriteStroke(QlPrinter *, QlGC *, std::string_view end);
 // Tile and font state: true when written.
 bool WriteTile(QlPrinter *, QlGC *);
 bool SetTilePaint(QlPrinter *, QlGC *);

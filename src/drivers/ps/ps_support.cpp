@@ -198,23 +198,30 @@ void writeLevel(FILE *s, double value, int level255) {
     put(s, "%.3f", value);
 }
 
-// The foreground as "RGB" on a colour printer, as "setgray" on a grey one.
-void writeForeground(QlPrinter *p, QlGC *gc) {
+// A pixel as "RGB" on a colour printer, as "setgray" on a grey one; the
+// text ends with `end`.  True when a colour was set.
+bool writePixel(QlPrinter *p, unsigned long pixel, std::string_view end) {
     int rgb[3];
-    _QlPixelRGB(p, gc->values.foreground, rgb);
+    _QlPixelRGB(p, pixel, rgb);
     FILE *s = p->stream;
     if (p->flags & 1) {
         for (int i = 0; i < 3; ++i) {
             writeLevel(s, rgb[i] / 255.0, rgb[i]);
             write(s, " ");
         }
-        write(s, "RGB\n");
-        p->paintKind = 1;
-        return;
+        write(s, "RGB");
+        write(s, end);
+        return true;
     }
     const double grey = 0.3 * rgb[0] / 255 + 0.59 * rgb[1] / 255 + 0.11 * rgb[2] / 255;
     writeLevel(s, grey, static_cast<int>(grey * 255 + 0.5));
-    write(s, " setgray\n");
+    write(s, " setgray");
+    write(s, end);
+    return false;
+}
+
+void writeForeground(QlPrinter *p, QlGC *gc) {
+    if (writePixel(p, gc->values.foreground, "\n")) p->paintKind = 1;
 }
 
 // Dash lengths are X's unsigned bytes.
@@ -345,7 +352,8 @@ int PSFlushGC(QlPrinter *p, QlGC *gc, unsigned long mask) {
     }
     if (wanted(LineStyle)) {
         if (v.line_style == LineSolid) write(s, "[] 0 setdash\n");
-        else if (v.line_style == LineOnOffDash) WriteDashes(p, gc, v.dash_offset, false);
+        else if (v.line_style == LineOnOffDash || v.line_style == LineDoubleDash)
+            WriteDashes(p, gc, v.dash_offset, false);
         else _QlError(wLineStyle, "PSFlushGC");
         clean(LineStyle);
     }
@@ -390,6 +398,17 @@ void CheckTile(QlPrinter *p, QlGC *gc) {
         writeForeground(p, gc);
         gc->dirty &= ~Foreground;
     }
+}
+
+// A stroke of the current path.  Double dashes paint the gaps in the
+// background first, as a display does.
+void WriteStroke(QlPrinter *p, QlGC *gc, std::string_view end) {
+    if (gc->values.line_style == LineDoubleDash) {
+        write(p->stream, "gs ");
+        writePixel(p, gc->values.background, " [] 0 setdash st gr ");
+    }
+    write(p->stream, "st");
+    write(p->stream, end);
 }
 
 // Tiles and fonts arrive with the pattern cache and the font tables; until
