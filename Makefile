@@ -29,7 +29,7 @@ test: bootstrap
 bench: bootstrap
 	cmake -S . -B $(BENCH) -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF -DQL_BENCH=ON
 	cmake --build $(BENCH) -j$(JOBS)
-	@for b in $(BENCH)/bench/bench_*; do [ -x "$$b" ] && QLPATH=$(CURDIR)/data "$$b"; done; true
+	@for b in $(BENCH)/bench/bench_*; do [ -x "$$b" ] && QLPATH=$(CURDIR)/$(BENCH)/share/qualin "$$b"; done; true
 
 fuzz: bootstrap
 	cmake -S . -B $(FUZZ) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
