@@ -339,7 +339,7 @@ QL_EXPORT Status QlAllocNamedColor(Display *handle, Colormap colormap, const cha
                                    XColor *exact);
 QL_EXPORT Status QlLookupColor(Display *handle, Colormap colormap, const char *name, XColor *exact,
                                XColor *screen);
-QL_EXPORT Status QlParseColor(Display *handle, Colormap colormap, const char *spec, XColor *colour);
+QL_EXPORT Status QlParseColor(Display *handle, Colormap colormap, const char *text, XColor *colour);
 QL_EXPORT int QlQueryColor(Display *handle, Colormap colormap, XColor *colour);
 QL_EXPORT int QlQueryColors(Display *handle, Colormap colormap, XColor *colours, int count);
 QL_EXPORT int QlStoreColor(Display *handle, Colormap colormap, XColor *colour);

@@ -264,12 +264,12 @@ Status QlAllocNamedColor(Display *handle, Colormap colormap, const char *name, X
     return rc;
 }
 
-Status QlParseColor(Display *handle, Colormap colormap, const char *spec, XColor *colour) {
-    if (QlIsDisplay(handle)) return XParseColor(handle, colormap, spec, colour);
-    if (!_QlAsPrinter(handle) || !spec || !colour) return 0;
-    if (spec[0] != '#') return lookupName(spec, colour, colour);
+Status QlParseColor(Display *handle, Colormap colormap, const char *text, XColor *colour) {
+    if (QlIsDisplay(handle)) return XParseColor(handle, colormap, text, colour);
+    if (!_QlAsPrinter(handle) || !text || !colour) return 0;
+    if (text[0] != '#') return lookupName(text, colour, colour);
     // Xlib reads "#" forms without going near the display.
-    return XParseColor(handle, colormap, spec, colour);
+    return XParseColor(handle, colormap, text, colour);
 }
 
 int QlQueryColor(Display *handle, Colormap colormap, XColor *colour) {

@@ -65,6 +65,33 @@ void storeIfChanged(QlGC *g, F &field, V value, unsigned long bits) {
     g->dirty |= bits;
 }
 
+// Copies the values that mask names, all but the font, whose id goes
+// with its font structure.
+void copyValues(XGCValues &d, const XGCValues &s, unsigned long mask) {
+    if (mask & GCFunction) d.function = s.function;
+    if (mask & GCPlaneMask) d.plane_mask = s.plane_mask;
+    if (mask & GCForeground) d.foreground = s.foreground;
+    if (mask & GCBackground) d.background = s.background;
+    if (mask & GCLineWidth) d.line_width = s.line_width;
+    if (mask & GCLineStyle) d.line_style = s.line_style;
+    if (mask & GCCapStyle) d.cap_style = s.cap_style;
+    if (mask & GCJoinStyle) d.join_style = s.join_style;
+    if (mask & GCFillStyle) d.fill_style = s.fill_style;
+    if (mask & GCFillRule) d.fill_rule = s.fill_rule;
+    if (mask & GCTile) d.tile = s.tile;
+    if (mask & GCStipple) d.stipple = s.stipple;
+    if (mask & GCTileStipXOrigin) d.ts_x_origin = s.ts_x_origin;
+    if (mask & GCTileStipYOrigin) d.ts_y_origin = s.ts_y_origin;
+    if (mask & GCSubwindowMode) d.subwindow_mode = s.subwindow_mode;
+    if (mask & GCGraphicsExposures) d.graphics_exposures = s.graphics_exposures;
+    if (mask & GCClipXOrigin) d.clip_x_origin = s.clip_x_origin;
+    if (mask & GCClipYOrigin) d.clip_y_origin = s.clip_y_origin;
+    if (mask & GCClipMask) d.clip_mask = s.clip_mask;
+    if (mask & GCDashOffset) d.dash_offset = s.dash_offset;
+    if (mask & GCDashList) d.dashes = s.dashes;
+    if (mask & GCArcMode) d.arc_mode = s.arc_mode;
+}
+
 int setFontId(Display *handle, QlGC *g, Font font) {
     g->values.font = font;
     g->fontStruct = QlQueryFont(handle, font);
@@ -130,34 +157,9 @@ int QlChangeGC(Display *handle, GC gc, unsigned long mask, XGCValues *values) {
     QlGC *g = t.gc;
     XGCValues &v = g->values;
     g->dirty |= mask;
-    if (mask & GCFunction) v.function = values->function;
-    if (mask & GCPlaneMask) v.plane_mask = values->plane_mask;
-    if (mask & GCForeground) v.foreground = values->foreground;
-    if (mask & GCBackground) v.background = values->background;
-    if (mask & GCLineWidth) v.line_width = values->line_width;
-    if (mask & GCLineStyle) v.line_style = values->line_style;
-    if (mask & GCCapStyle) v.cap_style = values->cap_style;
-    if (mask & GCJoinStyle) v.join_style = values->join_style;
-    if (mask & GCFillStyle) v.fill_style = values->fill_style;
-    if (mask & GCFillRule) v.fill_rule = values->fill_rule;
-    if (mask & GCTile) v.tile = values->tile;
-    if (mask & GCStipple) v.stipple = values->stipple;
-    if (mask & GCTileStipXOrigin) v.ts_x_origin = values->ts_x_origin;
-    if (mask & GCTileStipYOrigin) v.ts_y_origin = values->ts_y_origin;
-    if (mask & GCSubwindowMode) v.subwindow_mode = values->subwindow_mode;
-    if (mask & GCGraphicsExposures) v.graphics_exposures = values->graphics_exposures;
-    if (mask & GCClipXOrigin) v.clip_x_origin = values->clip_x_origin;
-    if (mask & GCClipYOrigin) v.clip_y_origin = values->clip_y_origin;
-    if (mask & GCClipMask) {
-        v.clip_mask = values->clip_mask;
-        g->clipIsRects = 0;
-    }
-    if (mask & GCDashOffset) v.dash_offset = values->dash_offset;
-    if (mask & GCDashList) {
-        v.dashes = values->dashes;
-        g->dashesSet = 0;
-    }
-    if (mask & GCArcMode) v.arc_mode = values->arc_mode;
+    copyValues(v, *values, mask);
+    if (mask & GCClipMask) g->clipIsRects = 0;
+    if (mask & GCDashList) g->dashesSet = 0;
     if (mask & GCFont) {
         if (values->font == 0) return kBadFont;
         if (values->font != v.font) return setFontId(handle, g, values->font);
@@ -175,29 +177,8 @@ int QlCopyGC(Display *handle, GC source, unsigned long mask, GC destination) {
     if (to.error) return to.error;
     const XGCValues &s = from.gc->values;
     XGCValues &d = to.gc->values;
-    if (mask & GCFunction) d.function = s.function;
-    if (mask & GCPlaneMask) d.plane_mask = s.plane_mask;
-    if (mask & GCForeground) d.foreground = s.foreground;
-    if (mask & GCBackground) d.background = s.background;
-    if (mask & GCLineWidth) d.line_width = s.line_width;
-    if (mask & GCLineStyle) d.line_style = s.line_style;
-    if (mask & GCCapStyle) d.cap_style = s.cap_style;
-    if (mask & GCJoinStyle) d.join_style = s.join_style;
-    if (mask & GCFillStyle) d.fill_style = s.fill_style;
-    if (mask & GCFillRule) d.fill_rule = s.fill_rule;
-    if (mask & GCTile) d.tile = s.tile;
-    if (mask & GCStipple) d.stipple = s.stipple;
-    if (mask & GCTileStipXOrigin) d.ts_x_origin = s.ts_x_origin;
-    if (mask & GCTileStipYOrigin) d.ts_y_origin = s.ts_y_origin;
+    copyValues(d, s, mask);
     if (mask & GCFont) d.font = s.font;
-    if (mask & GCSubwindowMode) d.subwindow_mode = s.subwindow_mode;
-    if (mask & GCGraphicsExposures) d.graphics_exposures = s.graphics_exposures;
-    if (mask & GCClipXOrigin) d.clip_x_origin = s.clip_x_origin;
-    if (mask & GCClipYOrigin) d.clip_y_origin = s.clip_y_origin;
-    if (mask & GCClipMask) d.clip_mask = s.clip_mask;
-    if (mask & GCDashOffset) d.dash_offset = s.dash_offset;
-    if (mask & GCDashList) d.dashes = s.dashes;
-    if (mask & GCArcMode) d.arc_mode = s.arc_mode;
     to.gc->dirty |= mask;
     if (mask & GCForeground) to.gc->dirty |= GCFillStyle;
     return 0;
@@ -340,18 +321,15 @@ int QlSetLineAttributes(Display *handle, GC gc, unsigned int width, int style, i
         v.line_width = width ? static_cast<int>(width) : 1;
         t.gc->dirty |= GCLineWidth;
     }
-    if (v.line_style != style) {
-        if (static_cast<unsigned>(style) < 3) storeIfChanged(t.gc, v.line_style, style, GCLineStyle);
-        else bad = true;
-    }
-    if (v.cap_style != cap) {
-        if (static_cast<unsigned>(cap) < 4) storeIfChanged(t.gc, v.cap_style, cap, GCCapStyle);
-        else bad = true;
-    }
-    if (v.join_style != join) {
-        if (static_cast<unsigned>(join) < 3) storeIfChanged(t.gc, v.join_style, join, GCJoinStyle);
-        else bad = true;
-    }
+    // A changed value below its limit is stored and marked; one at or above
+    // it is a bad value, and the others are kept all the same.
+    auto setChecked = [&](int &field, int value, unsigned limit, unsigned long bit) {
+        if (static_cast<unsigned>(value) >= limit) bad = bad || field != value;
+        else storeIfChanged(t.gc, field, value, bit);
+    };
+    setChecked(v.line_style, style, 3, GCLineStyle);
+    setChecked(v.cap_style, cap, 4, GCCapStyle);
+    setChecked(v.join_style, join, 3, GCJoinStyle);
     return bad ? badValue("QlSetLineAttributes") : 0;
 }
 

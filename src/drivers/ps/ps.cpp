@@ -683,12 +683,12 @@ int DrawArc(QlPrinter *p, Drawable, QlGC *gc, int x, int y, unsigned width, unsi
     FILE *s = p->stream;
     const double ratio = (y2 - y1) / (x2 - x1);
     put(s, "gs np %.2f %.2f tl\n", (x1 + x2) / 2, (y1 + y2) / 2);
-    const std::string ratioText = ql::format("%f", ratio);
-    put(s, "1 -%s sl\n", ratioText);
+    put(s, "1 -%f sl\n", ratio);
     put(s, "0 0 %.2f %.2f %.2f %s ", (x2 - x1) / 2, angle1 / 64.0, (angle1 + angle2) / 64.0, angle2 > 0 ? "ac" : "an");
     // An ellipse is stroked in the page's own scale, so that its line keeps
-    // one width all round.
-    if (ratioText != "1.000000") put(s, "1 -%f sl ", 1 / ratio);
+    // one width all round.  (For whole dots the ratio prints as 1 exactly
+    // when the sides are equal.)
+    if (width != height) put(s, "1 -%f sl ", 1 / ratio);
     WriteStroke(p, gc, " gr\n");
     renewPadded(p, x1, y1, x2, y2, reach);
     return 0;

@@ -5,6 +5,7 @@
 #include "gfx/colour.h"
 #include "gfx/gc.h"
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -185,17 +186,19 @@ double unitsPerDot(QlPrinter *p) { return 72.0 / geometry(p)->resolution; }
 
 // A colour level of 0 to 1 whose 8-bit value is `level255`.  One decimal
 // where that says the level exactly, more where it doesn't, so that the
-// colour on paper is the one the application asked for.
+// colour on paper is the one the application asked for.  (The writer's
+// "%.Nf" is this same conversion.)
 void writeLevel(FILE *s, double value, int level255) {
-    static constexpr const char *kFormats[] = {"%.1f", "%.2f"};
-    for (const char *fmt : kFormats) {
-        std::string text = ql::format(fmt, value);
-        if (static_cast<int>(std::strtod(text.c_str(), nullptr) * 255 + 0.5) == level255) {
-            write(s, text);
+    char text[32];
+    for (int digits : {1, 2, 3}) {
+        auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, digits).ptr;
+        double back = 0;
+        std::from_chars(text, end, back);
+        if (digits == 3 || static_cast<int>(back * 255 + 0.5) == level255) {
+            write(s, std::string_view(text, static_cast<size_t>(end - text)));
             return;
         }
     }
-    put(s, "%.3f", value);
 }
 
 // A pixel as "RGB" on a colour printer, as "setgray" on a grey one; the
