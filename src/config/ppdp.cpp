@@ -505,6 +505,7 @@ char **PPDGetValues(int, FILE *fp, const char *baseDir, const char *key, ...) {
     va_start(ap, key);
     std::vector<const char *> keys = gatherKeys(key, ap);
     va_end(ap);
+    ql::CLocale numbers;
     PpdDirectory dir(baseDir);
     PPD_Count0 = 0;
     gIncludeBudget = kIncludeBudget;
@@ -518,6 +519,7 @@ QlPPDOptions **PPDGetOptions(int, FILE *fp, const char *baseDir, const char *key
     va_start(ap, key);
     std::vector<const char *> keys = gatherKeys(key, ap);
     va_end(ap);
+    ql::CLocale numbers;
     PpdDirectory dir(baseDir);
     PPD_Count1 = 0;
     gIncludeBudget = kIncludeBudget;
@@ -527,6 +529,7 @@ QlPPDOptions **PPDGetOptions(int, FILE *fp, const char *baseDir, const char *key
 
 QlPPDOptions *PPDGetMultiples(FILE *fp, const char *baseDir, const char *key) {
     if (!fp || !key) return nullptr;
+    ql::CLocale numbers;
     PpdDirectory dir(baseDir);
     gIncludeBudget = kIncludeBudget;
     return getMultiples(fp, key, 0);

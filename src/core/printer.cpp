@@ -149,9 +149,13 @@ QlPrinter *openPrinterRecord(const OpenParams &op) {
     p->greenMask = 65280;
     p->blueMask = 16711680;
     std::snprintf(copiesText, sizeof copiesText, "QlCopies=%d", op.copies);
-    _QlSetLocaleC();
-    int rc = DriverSwitch[op.driverId]->OpenPrinter(p, 1);
-    _QlResetLocale();
+    int rc;
+    {
+        ql::CLocale numbers;
+        _QlSetLocaleC();
+        rc = DriverSwitch[op.driverId]->OpenPrinter(p, 1);
+        _QlResetLocale();
+    }
     if (rc == -1) {
         // What the driver left open stays with the caller's copies; the
         // record itself goes.
@@ -332,7 +336,7 @@ Display *QlOpenPrinter() {
     QlPrinterSettings s;
     if (info->magic == QL_PRINTER_MAGIC) {
         int did = info->currentP >= 0 && info->currentP < info->num_printer ? info->Dids[info->currentP] : 0;
-        _QlGetCommonPrinterInfo(info->currentP, did, &s, info);
+        _QlGetCommonPrinterInfo(info, &s, info->currentP, did);
         _freePrinterInfo(info);
         const char *driverName = driverNameOfSettings(s.Did);
         if (!driverName) {
@@ -344,7 +348,7 @@ Display *QlOpenPrinter() {
     const char *driverName = info->fileDid == 0 || info->fileDid == 3 ? "PostScript"
                              : info->fileDid == 2                     ? "PCL4"
                                                                       : "PCL";
-    _QlGetCommonPrinterInfo(-1, info->fileDid, &s, info);
+    _QlGetCommonPrinterInfo(info, &s, -1, info->fileDid);
     _freePrinterInfo(info);
     return openFileOutput(s, driverName, "QlOpenPrinter");
 }

@@ -65,9 +65,28 @@ inline int _QlError(int index, const A &...args) {
 // is not the printer magic.
 QlPrinter *_QlAsPrinter(Display *handle);  // the printer, or null
 
-// Locale bracket around driver calls.
+// Locale bracket around driver calls.  Drivers write every number through
+// ql::put, which never looks at the locale, so the bracket stays empty and
+// costs nothing on the drawing path.
 inline void _QlSetLocaleC() {}
 inline void _QlResetLocale() {}
+
+namespace ql {
+// Reads numbers in the C locale for the life of the scope, whatever locale
+// the application set (a Motif application usually sets all of it): PPD
+// and profile values such as "0.5" mean the same everywhere.  Only this
+// thread's locale changes.
+class CLocale {
+public:
+    CLocale();
+    ~CLocale();
+    CLocale(const CLocale &) = delete;
+    CLocale &operator=(const CLocale &) = delete;
+
+private:
+    void *saved_;
+};
+}  // namespace ql
 
 int _QlCheckSpace();
 int _QlForceStartDoc(QlPrinter *printer, const char *name);

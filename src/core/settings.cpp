@@ -26,7 +26,9 @@ template <auto Slot, typename R, typename... A>
 R forward(Display *handle, R failure, A... args) {
     QlPrinter *p;
     const QlPageDriver *pd = pageDevice(handle, p);
-    return pd ? (pd->*Slot)(p, args...) : failure;
+    if (!pd) return failure;
+    ql::CLocale numbers;  // page devices read sizes out of the PPD's text
+    return (pd->*Slot)(p, args...);
 }
 
 }  // namespace

@@ -1,5 +1,9 @@
 // String helpers: copies, comparisons without regard to case, tokens.
+#include "core/qlint.h"
 #include "port/kvo.h"
+
+#include <clocale>
+#include <locale.h>
 
 #include <cctype>
 #include <cstdlib>
@@ -63,3 +67,16 @@ char *_kvoTokenize(char *s, const char *delimiters, char **save) {
   }
   return token;
 }
+
+namespace ql {
+
+CLocale::CLocale() : saved_(nullptr) {
+    static const locale_t c = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
+    if (c) saved_ = uselocale(c);
+}
+
+CLocale::~CLocale() {
+    if (saved_) uselocale(static_cast<locale_t>(saved_));
+}
+
+}  // namespace ql

@@ -12,32 +12,22 @@
 #include "config/ppd.h"
 #include "core/qlint.h"
 
+#include "scratch.h"
+
 namespace {
-
-int Silent(QlErrorRecord *) { return 0; }
-
-std::string gBase;
-
-void RemoveBase() {
-    std::error_code ec;
-    if (!gBase.empty()) std::filesystem::remove_all(gBase, ec);
-}
 
 // A configuration directory with "ppds/inc.ppd" and a file including itself.
 const char *Base() {
-    if (!gBase.empty()) return gBase.c_str();
-    char tmpl[] = "/tmp/qlfuzzppd.XXXXXX";
-    if (!mkdtemp(tmpl)) std::abort();
-    gBase = tmpl;
-    std::atexit(RemoveBase);
-    std::filesystem::create_directories(gBase + "/ppds");
-    std::ofstream(gBase + "/ppds/inc.ppd") << "*ModelName: \"Inc\"\n*DefaultImageableArea: A4\n"
-                                              "*ImageableArea A4: \"1 2 3 4\"\n*OpenUI *InputSlot: PickOne\n"
-                                              "*DefaultInputSlot: Upper\n*InputSlot Upper: \"u\"\n"
-                                              "*CloseUI: *InputSlot\n";
-    std::ofstream(gBase + "/ppds/self.ppd") << "*Include: \"self.ppd\"\n*PageSize A4: \"x\"\n";
-    QlSetErrorHandler(Silent);
-    return gBase.c_str();
+    bool fresh;
+    const std::string &base = qlfuzz::Scratch(&fresh);
+    if (!fresh) return base.c_str();
+    std::filesystem::create_directories(base + "/ppds");
+    std::ofstream(base + "/ppds/inc.ppd") << "*ModelName: \"Inc\"\n*DefaultImageableArea: A4\n"
+                                             "*ImageableArea A4: \"1 2 3 4\"\n*OpenUI *InputSlot: PickOne\n"
+                                             "*DefaultInputSlot: Upper\n*InputSlot Upper: \"u\"\n"
+                                             "*CloseUI: *InputSlot\n";
+    std::ofstream(base + "/ppds/self.ppd") << "*Include: \"self.ppd\"\n*PageSize A4: \"x\"\n";
+    return base.c_str();
 }
 
 void Use(QlPPDOptions *o) {
