@@ -425,3 +425,50 @@ TEST(PrinterInfo, ReadsNumbersInTheCLocale) {
     QlClosePrinter(d);
     std::setlocale(LC_ALL, "C");
 }
+
+// Empty, binary, truncated and overlong files: a profile that makes no
+// sense leads to the default file, a PPD that names no paper is refused
+// with its message, and nothing crashes.
+TEST(PrinterInfo, BadFilesFallBackOrAreRefused) {
+    Config cfg;
+    std::string binary;
+    for (int i = 0; i < 4096; ++i) binary += static_cast<char>((i * 7919) & 0xFF);
+    std::string ports;
+    for (int i = 0; i < 300; ++i) ports += ",p" + std::to_string(i);
+    const std::string profiles[] = {"", binary, std::string(100000, '['), "[windows]\ndevice=" + std::string(9000, 'x'),
+                                    "[ports]\np0=cat\n[devices]\nd=Office PS" + ports + "\n[windows]\ndevice=Office,PS,p0",
+                                    "[devices\n[windows\ndevice=Office,PS,FILE:\n"};
+    for (const std::string &text : profiles) {
+        WriteFile(cfg.system, text);
+        _PrinterInfo *i = _QlGetPrinterInfo();
+        EXPECT_EQ(i->magic, QL_FILE_MAGIC);
+        EXPECT_STREQ(i->fileName, "qualin.out");
+        _freePrinterInfo(i);
+        Display *d = QlOpenPrinter();
+        EXPECT_NE(d, nullptr);
+        QlClosePrinter(d);
+    }
+
+    std::string ppd = kPPD;
+    const std::string ppds[] = {"", binary, ppd.substr(0, ppd.find("*DefaultImageableArea")),
+                                "*PPD-Adobe: \"4.3\"\n*Cut: \"" + std::string(70000, 'x')};
+    MessageCapture msgs;
+    for (const std::string &text : ppds) {
+        WriteFile(cfg.dir / "ppds/Bad.PS", text);
+        msgs.clear();
+        EXPECT_EQ(QlVaOpenPrinter("Bad", "cat >/dev/null", "PostScript", 0), nullptr);
+        EXPECT_TRUE(msgs.has(ePPDPaper));
+    }
+    // An overlong line is passed over; a value cut off before its end is
+    // reported, and what came before it still counts.
+    for (const std::string &text : {std::string(70000, '*') + "\n" + ppd, ppd + "*Cut: \"" + std::string(70000, 'x')}) {
+        WriteFile(cfg.dir / "ppds/Bad.PS", text);
+        msgs.clear();
+        Display *d = QlVaOpenPrinter("Bad", "cat >/dev/null", "PostScript", QlTagPageSize, "A4", 0);
+        ASSERT_NE(d, nullptr);
+        EXPECT_STREQ(QlGetPageSize(d), "A4");
+        QlClosePrinter(d);
+    }
+    ASSERT_FALSE(msgs.texts.empty());  // once for each query that reads the file
+    for (auto &t : msgs.texts) EXPECT_EQ(t, "ePPDSyntax3: parseLine: PPD Syntax error: no *End for mutiline strings: Cut");
+}
