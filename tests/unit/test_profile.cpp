@@ -472,3 +472,21 @@ TEST(PrinterInfo, BadFilesFallBackOrAreRefused) {
     ASSERT_FALSE(msgs.texts.empty());  // once for each query that reads the file
     for (auto &t : msgs.texts) EXPECT_EQ(t, "ePPDSyntax3: parseLine: PPD Syntax error: no *End for mutiline strings: Cut");
 }
+
+TEST(PrinterInfo, ReadsThePrinterList) {
+    Config cfg;
+    ScopedEnv home("HOME", (cfg.dir / "home").c_str());
+    _PrinterInfo *i = _pInfoParser();
+    EXPECT_EQ(Info(i), "0 cur=0/0 file=-/0");  // no list at all
+    _freePrinterInfo(i);
+    WriteFile(cfg.dir / "PrinterList", "lp:Laser:PCL5:lpr\n");
+    WriteFile(cfg.dir / "home/.PrinterList",
+              "  lp : Office laser : pcl : lpr -Plp\r\n:x:PS\nname:\nps::PS\nodd:y:PCL6:cmd\n\nq:z:pcl4\n");
+    MessageCapture msgs;
+    i = _pInfoParser();
+    EXPECT_EQ(Info(i), "9898 cur=0/0 file=-/0 [lp|Office laser|1|-1] [ps|ps|0|-1] [q|z|2|-1]");
+    EXPECT_EQ(msgs.texts, (std::vector<std::string>{"eSyntax: _pInfoParser: Syntax error, file PrinterList: line 2",
+                                                    "eSyntax: _pInfoParser: Syntax error, file PrinterList: line 3",
+                                                    "eSyntax: _pInfoParser: Syntax error, file PrinterList: line 5"}));
+    _freePrinterInfo(i);
+}
