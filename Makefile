@@ -6,7 +6,7 @@ FUZZ := build/fuzz
 BENCH := build/bench
 FUZZ_SECONDS ?= 60
 
-.PHONY: all bootstrap demo test bench fuzz clean
+.PHONY: all bootstrap demo test corpus bench fuzz clean
 
 all: $(RELEASE)/Makefile
 	cmake --build $(RELEASE) -j$(JOBS)
@@ -25,6 +25,16 @@ test: bootstrap
 	cmake -S . -B $(ASAN) -DCMAKE_BUILD_TYPE=Debug -DQL_SANITIZE=ON -DQL_TESTS=ON
 	cmake --build $(ASAN) -j$(JOBS)
 	cd $(ASAN) && ctest --output-on-failure -j$(JOBS)
+
+# test_ppd_corpus over every PPD of the driver archives, run as ctest runs
+# it (the environment of QL_TEST_ENV) but without its time limit.
+corpus: bootstrap
+	cmake -S . -B $(ASAN) -DCMAKE_BUILD_TYPE=Debug -DQL_SANITIZE=ON -DQL_TESTS=ON
+	cmake --build $(ASAN) -j$(JOBS) --target test_ppd_corpus
+	cd $(ASAN)/tests && QL_PPD_CORPUS=all QLPATH=$(CURDIR)/$(ASAN)/share/qualin \
+	  QL_SOURCE_DIR=$(CURDIR) QL_BINARY_DIR=$(CURDIR)/$(ASAN) \
+	  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ./test_ppd_corpus
 
 bench: bootstrap
 	cmake -S . -B $(BENCH) -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF -DQL_BENCH=ON
