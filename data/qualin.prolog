@@ -37,7 +37,7 @@
 /sj/setlinejoin ldf
 /sg/setgray ldf
 /ski/ISOLatin1Encoding where{pop true}{false}ifelse d
-/fcd{ff dup l z b{1 index /FID ne{d}{pop pop}ifelse}forall /Encoding ISOLatin1Encoding d currentdict end}bdf
+/fcd{ff dup l z b{1 index /FID ne{d}{pop pop}ifelse}forall /Encoding ISOLatin1Encoding dup l a copy dup 45 /hyphen put d currentdict end}bdf
 /fdf{e definefont pop}bdf
 /sdt 22 z d
 sdt b

@@ -49,6 +49,7 @@ enum {
 
 struct _PrinterInfo;
 struct QlCustomPage;
+struct QlFontRec;
 
 /*
  * The printer form of a graphics context.  Laid out like Xlib's private GC
@@ -95,7 +96,7 @@ typedef struct QlPrinter {
     int originX, originY;
     double divisorX, divisorY;
     char *command;
-    void *fonts;
+    struct QlFontRec *fonts;
     QlGC *lastGC;
     QlGC *defaultGC;
     void *pageData;
@@ -351,9 +352,50 @@ QL_EXPORT int QlFreeColors(Display *handle, Colormap colormap, unsigned long *pi
 QL_EXPORT void QlSetRGBShiftValues(unsigned long redMask, unsigned long greenMask, unsigned long blueMask,
                                    int *redShift, int *greenShift, int *blueShift);
 
-/* Fonts (the front end grows with the font tables). */
+/* Fonts: Xlib's on a display, the printer's own fonts on a printer. */
+typedef int (*QlFontLoaderProc)(Display *printer, XPointer appData, const char *xlfd, int a, int b,
+                                XFontStruct **fontStruct, int mode);
+QL_EXPORT Font QlLoadFont(Display *handle, const char *name);
+QL_EXPORT int QlUnloadFont(Display *handle, Font font);
 QL_EXPORT XFontStruct *QlQueryFont(Display *handle, XID font);
 QL_EXPORT XFontStruct *QlLoadQueryFont(Display *handle, const char *name);
+QL_EXPORT int QlFreeFont(Display *handle, XFontStruct *font);
+QL_EXPORT char **QlListFonts(Display *handle, const char *pattern, int maximum, int *count);
+QL_EXPORT int QlFreeFontNames(char **list);
+QL_EXPORT int QlRegisterFont(Display *handle, XPointer appData, const char *xlfd, QlFontLoaderProc loader);
+QL_EXPORT int QlChangeRegisteredFont(Display *handle, XFontStruct *font, XPointer appData,
+                                     QlFontLoaderProc loader);
+QL_EXPORT int QlUnregisterFont(Display *handle, XFontStruct *font);
+QL_EXPORT int QlUnregisterAllFonts(Display *handle);
+QL_EXPORT int QlIsAppSoftFont(Display *handle, XFontStruct *font);
+QL_EXPORT int QlExcludeAppSoftFontsFromList(Display *printer, int flag);
+QL_EXPORT char *QlGetXLFDName(Display *handle, XFontStruct *font);
+QL_EXPORT char *QlChangeFontSize(const char *xlfd, int pixelSize);
+
+/* Strings: drawing, and metrics that need only the font. */
+QL_EXPORT int QlDrawString(Display *handle, Drawable d, GC gc, int x, int y, const char *string, int length);
+QL_EXPORT int QlDrawString16(Display *handle, Drawable d, GC gc, int x, int y, const XChar2b *string,
+                             int length);
+QL_EXPORT int QlDrawImageString(Display *handle, Drawable d, GC gc, int x, int y, const char *string,
+                                int length);
+QL_EXPORT int QlDrawImageString16(Display *handle, Drawable d, GC gc, int x, int y, const XChar2b *string,
+                                  int length);
+QL_EXPORT int QlDrawText(Display *handle, Drawable d, GC gc, int x, int y, XTextItem *items, int count);
+QL_EXPORT int QlDrawText16(Display *handle, Drawable d, GC gc, int x, int y, XTextItem16 *items, int count);
+QL_EXPORT int QlDrawRotString(Display *handle, Drawable d, GC gc, int x, int y, const char *string, int length,
+                              int angle);
+QL_EXPORT int QlDrawRotImageString(Display *handle, Drawable d, GC gc, int x, int y, const char *string,
+                                   int length, int angle);
+QL_EXPORT int QlTextWidth(XFontStruct *font, const char *string, int length);
+QL_EXPORT int QlTextWidth16(XFontStruct *font, const XChar2b *string, int length);
+QL_EXPORT int QlTextExtents(XFontStruct *font, const char *string, int length, int *direction, int *ascent,
+                            int *descent, XCharStruct *overall);
+QL_EXPORT int QlTextExtents16(XFontStruct *font, const XChar2b *string, int length, int *direction, int *ascent,
+                              int *descent, XCharStruct *overall);
+QL_EXPORT int QlCharWidthOfString(XFontStruct *font, const char *string, int length, int *widths);
+QL_EXPORT double QlKernPairX(XFontStruct *font, int first, int second);
+QL_EXPORT double QlKernPairY(XFontStruct *font, int first, int second);
+QL_EXPORT double *QlKernPairXY(XFontStruct *font, int first, int second);
 
 /* Errors and messages. */
 QL_EXPORT int QlErrorHandler(QlErrorRecord *record);

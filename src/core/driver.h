@@ -10,8 +10,7 @@
 struct QlFontRec;
 struct PSPageGeometry;
 
-typedef int (*QlFontLoader)(Display *printer, XPointer appData, const char *xlfd, int a, int b,
-                            XFontStruct **fontStruct, int mode);
+using QlFontLoader = QlFontLoaderProc;
 
 // Drawing driver: 25 slots.
 struct QlDrawDriver {

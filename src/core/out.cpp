@@ -74,6 +74,7 @@ size_t number(char (&tmp)[128], const Directive &sp, const FmtArg &a) {
         return digits(p, end, mag, 10, sp.precision) - tmp;
     }
     case 'u':
+    case 'o':
     case 'x':
     case 'X': {
         unsigned long long v = a.kind == FmtArg::Uint  ? a.u
@@ -81,7 +82,7 @@ size_t number(char (&tmp)[128], const Directive &sp, const FmtArg &a) {
                                                        : 0;
         // A plain int printed with %x or %u shows its 32-bit pattern, as printf does.
         if (a.kind == FmtArg::Int && a.i < 0 && a.i >= INT32_MIN) v &= 0xffffffffULL;
-        p = digits(p, end, v, sp.conv == 'u' ? 10 : 16, sp.precision);
+        p = digits(p, end, v, sp.conv == 'u' ? 10 : sp.conv == 'o' ? 8 : 16, sp.precision);
         if (sp.conv == 'X')
             for (char *q = tmp; q < p; ++q)
                 if (*q >= 'a' && *q <= 'f') *q -= 'a' - 'A';
@@ -145,7 +146,7 @@ void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
         if (i >= fmt.size()) break;
         sp.conv = fmt[i++];
         if (sp.width > 4096) sp.width = 4096;
-        const bool known = std::strchr("sciduxXfeg", sp.conv) != nullptr;
+        const bool known = std::strchr("sciduoxXfeg", sp.conv) != nullptr;
         const FmtArg &a = known && next < args.size() ? args[next++] : none;
 
         char tmp[128];
@@ -170,7 +171,7 @@ void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
             tmp[0] = static_cast<char>(a.kind == FmtArg::Int ? a.i : a.kind == FmtArg::Uint ? a.u : 0);
             len = 1;
             break;
-        case 'd': case 'i': case 'u': case 'x': case 'X': case 'f': case 'e': case 'g':
+        case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': case 'f': case 'e': case 'g':
             len = number(tmp, sp, a);
             break;
         default:  // an unknown directive prints as it stands

@@ -6,7 +6,7 @@
 // "nan" (a non-finite value prints as 0).  Arguments are typed, so a
 // directive can't read a value of the wrong kind.
 //
-// Directives: %% %d %i %u %x %X %c %s %f %e %g, with the flags "-", "0",
+// Directives: %% %d %i %u %o %x %X %c %s %f %e %g, with the flags "-", "0",
 // "+", " ", a width and a precision (".*" is not supported); length
 // modifiers (l, ll, h, z) are accepted and ignored.
 #pragma once

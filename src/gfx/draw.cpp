@@ -2,6 +2,7 @@
 // arguments; a printer passes the guard and reaches its driver's slot.
 #include "core/driver.h"
 #include "drivers/ps/ps.h"
+#include "gfx/dispatch.h"
 #include "gfx/gc.h"
 
 #include <X11/Xutil.h>
@@ -12,27 +13,14 @@ int _QlScanConvertPolygons = 0;
 
 namespace {
 
-constexpr int kBadValue = 2, kBadGC = 13;
+using ql::kBadGC;
+using ql::kBadValue;
 
-// The printer behind a handle that is not a display, with the guard of
-// every draw call passed; null after the guard's report.
-QlPrinter *guarded(Display *handle, const char *caller) {
-    QlPrinter *p = _QlAsPrinter(handle);
-    if (!p || !_QlForceStartDoc(p, caller)) return nullptr;
-    return p;
-}
+QlPrinter *guarded(Display *handle, const char *caller) { return ql::Guarded(handle, caller); }
 
-// Guard, GC, then the slot inside the locale bracket.
 template <auto Slot, typename... A>
 int draw(Display *handle, const char *caller, Drawable d, GC gc, A... args) {
-    QlPrinter *p = guarded(handle, caller);
-    if (!p) return kBadValue;
-    QlGC *g = _QlPrinterGC(gc, caller);
-    if (!g) return kBadGC;
-    _QlSetLocaleC();
-    int rc = (DriverSwitch[p->driverId]->*Slot)(p, d, g, args...);
-    _QlResetLocale();
-    return rc;
+    return ql::Draw<Slot>(handle, caller, d, gc, args...);
 }
 
 // The loop forms: one guard, then the slot once per element, without the

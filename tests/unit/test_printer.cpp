@@ -181,8 +181,8 @@ TEST(Slots, EveryUnbuiltSlotSaysSo) {
     QlPrinter *p = P(d);
     const QlDrawDriver *drv = DriverSwitch[0];
     EXPECT_EQ(drv->PutImage(p, nullptr, nullptr, 0, 0, 0, 0, 1, 1), 2);
-    EXPECT_EQ(drv->LoadFont(p, "x"), 0u);
-    EXPECT_EQ(drv->QueryFont(p, 1), nullptr);
+    EXPECT_EQ(drv->CopyArea(p, nullptr, 0, 0, 0, 1, 1, 0, 0), 2);
+    EXPECT_EQ(drv->StretchPutImage(p, nullptr, nullptr, 0, 0, 1, 1, 0, 0, 1, 1), 2);
     EXPECT_EQ(PDDriverSwitch[2]->StartDoc(p), 0);
     EXPECT_EQ(msgs.indices, (std::vector<int>{wNotSupport, wNotSupport, wNotSupport, wNotSupport}));
     EXPECT_NE(msgs.texts[0].find("PutImage: not supported"), std::string::npos);

@@ -5,6 +5,7 @@
 #include "config/printerinfo.h"
 #include "core/out.h"
 #include "fontdata/pfonts.h"
+#include "text/font.h"
 #include "gfx/colour.h"
 #include "port/kvo.h"
 
@@ -51,8 +52,12 @@ std::string configFile(const char *name) {
     return ql::PathFromComponents(dir ? dir : "/usr/lib/Ql", nullptr, name);
 }
 
-// One font per line: PostScript name, XLFD pattern.
+// One font per line: PostScript name, XLFD pattern.  A font that is
+// neither resident nor a soft font at hand is left out; the others keep
+// the file's order.
 void readFontList(QlPrinter *p, FILE *f) {
+    QlFontRec **tail = &p->fonts;
+    while (*tail) tail = &(*tail)->next;
     char line[128];
     while (std::fgets(line, sizeof line, f)) {
         if (line[0] == '#') continue;
@@ -69,7 +74,10 @@ void readFontList(QlPrinter *p, FILE *f) {
         if (CheckAvailFonts(p, name)) kind = 0;
         else if (CheckSoftFonts(name, 0)) kind = 1;
         else continue;
-        MakePSFontEntry(p, pattern, name, kind);
+        if (QlFontRec *e = MakePSFontEntry(p, pattern, name, kind)) {
+            *tail = e;
+            tail = &e->next;
+        }
     }
 }
 
@@ -478,7 +486,7 @@ namespace {
 // X's GC bits that each kind of mark needs flushed.
 constexpr unsigned long kArcMask = 3673396 | GCCapStyle, kLineMask = 3673460, kLinesMask = 3673588,
                         kRectangleMask = 2625012 | GCDashOffset, kPointMask = 527620, kFillArcMask = 527604,
-                        kFillMask = 527860;
+                        kFillMask = 527860, kTextMask = 540676;
 
 double unitsPerDot(QlPrinter *p) { return 72.0 / geometry(p)->resolution; }
 
@@ -807,6 +815,92 @@ int FillPolygon(QlPrinter *p, Drawable d, QlGC *gc, XPoint *points, int count, i
 }
 
 // Text in 16-bit characters is not printed.
+// Text: the string goes out in hexadecimal, so that no byte needs an
+// escape, and is shown at its baseline origin.
+int DrawString(QlPrinter *p, Drawable, QlGC *gc, int x, int y, const char *string, int length) {
+    XFontStruct *fs = gc->fontStruct;
+    const int width = fs && string ? QlTextWidth(fs, string, length) : 0;
+    beginMark(p, gc, kTextMask, "%% DrawString\n");
+    FILE *s = p->stream;
+    const double k = unitsPerDot(p);
+    static constexpr char hex[] = "0123456789abcdef";
+    char buf[256];
+    size_t n = 0;
+    buf[n++] = '<';
+    for (int i = 0; string && i < length; ++i) {
+        if (n + 2 > sizeof buf) {
+            ql::write(s, {buf, n});
+            n = 0;
+        }
+        const auto c = static_cast<unsigned char>(string[i]);
+        buf[n++] = hex[c >> 4];
+        buf[n++] = hex[c & 15];
+    }
+    ql::write(s, {buf, n});
+    put(s, "> %.2f %.2f C\n", x * k, y * k);
+    const int ascent = fs ? fs->ascent : 0, descent = fs ? fs->descent : 0;
+    RenewBoundingBox(p, x * k, (y - ascent) * k, (x + width) * k, (y + descent) * k);
+    return 0;
+}
+
+// A string turned by `angle` (64ths of a degree) about its origin.
+int DrawRotString(QlPrinter *p, Drawable, QlGC *gc, int x, int y, const char *string, int length, int angle) {
+    XFontStruct *fs = gc->fontStruct;
+    const double w = fs && string ? QlTextWidth(fs, string, static_cast<int>(std::strlen(string))) : 0;
+    const double pi = std::acos(-1.0), degrees = angle / 64.0;
+    const double sn = std::sin(degrees * pi / 180), cs = std::cos(degrees * pi / 180);
+    beginMark(p, gc, kTextMask, "%% DrawRotString\n");
+    FILE *s = p->stream;
+    write(s, "(");
+    for (int i = 0; string && i < length; ++i) {
+        const auto c = static_cast<unsigned char>(string[i]);
+        if (c < 32 || c > 127) put(s, "\\%o", static_cast<int>(c));
+        else if (mrQlIsSpecial(c)) put(s, "\\%c", static_cast<int>(c));
+        else std::fputc(c, s);
+    }
+    const double k = unitsPerDot(p);
+    put(s, ") %.2f %.2f %.2f rots\n", -degrees, x * k, y * k);
+    const double A = fs ? fs->ascent : 0, D = fs ? fs->descent : 0, h = A + D;
+    double x1, y1, x2, y2;
+    if (sn >= 0 && cs >= 0) {
+        x1 = x - h * sn, y1 = y + D, x2 = x + w * cs + h * sn, y2 = y - A * cs - w * sn;
+    } else if (sn < 0 && cs >= 0) {
+        x1 = x + h * sn, y1 = y - A, x2 = x + w * cs - h * sn, y2 = y + D * cs - w * sn;
+    } else if (sn >= 0) {
+        x1 = x + h * sn, y1 = y + A, x2 = x + w * cs - h * sn, y2 = y + D * cs - w * sn;
+    } else {
+        x1 = x - h * sn, y1 = y - D, x2 = x + w * cs + h * sn, y2 = y - A * cs - w * sn;
+    }
+    RenewBoundingBox(p, x1 * k, y1 * k, x2 * k, y2 * k);
+    return 0;
+}
+
+// The same on its background box.
+int DrawRotImageString(QlPrinter *p, Drawable d, QlGC *gc, int x, int y, const char *string, int length,
+                       int angle) {
+    Display *handle = reinterpret_cast<Display *>(p);
+    GC g = reinterpret_cast<GC>(gc);
+    const unsigned long foreground = gc->values.foreground;
+    QlSetForeground(handle, g, gc->values.background);
+    int direction = 0, a = 0, dsc = 0;
+    XCharStruct overall{};
+    int width = 0;
+    if (XFontStruct *fs = gc->fontStruct; fs && string) {
+        QlTextExtents(fs, string, length, &direction, &a, &dsc, &overall);
+        width = QlTextWidth(fs, string, length);
+    }
+    const int res = geometry(p)->resolution;
+    const double h = (a + dsc) * 72 / res, w = width * 72.0 / res, t = -a * 72.0 / res;
+    beginMark(p, gc, kFillMask, "%% DrawRotImageString\n");
+    const double k = unitsPerDot(p);
+    FILE *s = p->stream;
+    put(s, "gs %.2f %.2f translate %.2f rotate\n", x * k, y * k, -angle / 64.0);
+    put(s, "np 0 %.2f t 0 %.2f lo %.2f %.2f lo %.2f %.2f lo ", t, h + t, w, h + t, w, t);
+    write(s, "cp f st gr\n");
+    QlSetForeground(handle, g, foreground);
+    return DrawRotString(p, d, gc, x, y, string, length, angle);
+}
+
 int DrawString16(QlPrinter *p, Drawable, QlGC *, int, int, const XChar2b *, int) {
     PSCheckPage(p);
     if (p->debugComments) write(p->stream, "%% DrawString16\n");
@@ -823,22 +917,22 @@ const QlDrawDriver PSDriver = {
     .DrawLines = DrawLines,
     .DrawPoint = DrawPoint,
     .DrawRectangle = DrawRectangle,
-    .DrawString = QL_NOT_SUPPORTED(QlDrawDriver, DrawString, 2),
+    .DrawString = DrawString,
     .DrawString16 = DrawString16,
     .FillArc = FillArc,
     .FillPolygon = FillPolygon,
     .FillRectangle = FillRectangle,
-    .FreeFont = QL_NOT_SUPPORTED(QlDrawDriver, FreeFont, 0),
-    .ListFonts = QL_NOT_SUPPORTED(QlDrawDriver, ListFonts, 0),
-    .LoadFont = QL_NOT_SUPPORTED(QlDrawDriver, LoadFont, 0),
+    .FreeFont = FreeFont,
+    .ListFonts = ListFonts,
+    .LoadFont = LoadFont,
     .PutImage = QL_NOT_SUPPORTED(QlDrawDriver, PutImage, 2),
-    .QueryFont = QL_NOT_SUPPORTED(QlDrawDriver, QueryFont, 0),
-    .UnloadFont = QL_NOT_SUPPORTED(QlDrawDriver, UnloadFont, 0),
-    .DrawRotString = QL_NOT_SUPPORTED(QlDrawDriver, DrawRotString, 2),
-    .DrawRotImageString = QL_NOT_SUPPORTED(QlDrawDriver, DrawRotImageString, 2),
+    .QueryFont = QueryFont,
+    .UnloadFont = UnloadFont,
+    .DrawRotString = DrawRotString,
+    .DrawRotImageString = DrawRotImageString,
     .StretchPutImage = QL_NOT_SUPPORTED(QlDrawDriver, StretchPutImage, 2),
-    .RegisterFont = QL_NOT_SUPPORTED(QlDrawDriver, RegisterFont, 0),
-    .DestroyRegisteredFont = QL_NOT_SUPPORTED(QlDrawDriver, DestroyRegisteredFont, 0),
+    .RegisterFont = RegisterFont,
+    .DestroyRegisteredFont = DestroyRegisteredFont,
 };
 
 }  // namespace ps

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string_view>
 
+struct regexp;
+
 namespace ps {
 
 // The limits of custom page sizes a PPD allows.
@@ -103,9 +105,22 @@ void PageSizeClip(QlPrinter *);
 // Widens the page's box by a mark's corners, in emitted units.
 void RenewBoundingBox(QlPrinter *, double x1, double y1, double x2, double y2);
 
-// Fonts (ps_support.cpp until the font tables arrive).
-void LoadUSLFonts(QlPrinter *);
-void MakePSFontEntry(QlPrinter *, const char *pattern, const char *name, int kind);
+// Fonts (ps_support.cpp).
+regexp *mrFixFontName(const char *pattern);
+int mrQlIsSpecial(int c);
+QlFontRec *MakePSFontEntry(QlPrinter *, const char *xlfd, const char *file, int kind);
+int LoadUSLFonts(QlPrinter *);
+int FixUSLFont(QlPrinter *, char *name, char *fixed, size_t fixedSize, int *pixel, int *point);
+char **ListFonts(QlPrinter *, const char *pattern, int maximum, int *count);
+Font _LoadFont(QlPrinter *, const char *name);
+Font LoadFont(QlPrinter *, const char *name);
+int UnloadFont(QlPrinter *, XID font);
+XFontStruct *QueryFont(QlPrinter *, XID font);
+int FreeFont(QlPrinter *, XFontStruct *);
+int RegisterFont(QlPrinter *, XPointer data, const char *name, QlFontLoader callback);
+int DestroyRegisteredFont(QlPrinter *, QlFontRec *entry, int mainList);
+void CleanFontStruct(QlPrinter *, QlFontRec *entry, int scaled);
+void QlRecodeISO(QlPrinter *, QlFontRec *font);
 void ResetEncodingCache(QlPrinter *);
 void ResetFontDownloads(QlPrinter *);
 void CleanPrinter(QlPrinter *);

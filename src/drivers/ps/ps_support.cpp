@@ -4,8 +4,21 @@
 #include "core/out.h"
 #include "gfx/colour.h"
 #include "gfx/gc.h"
+#include "config/ppd.h"
+#include "drivers/ps/latincode.h"
+#include "fontdata/parseafm.h"
+#include "fontdata/pfonts.h"
+#include "fontdata/pfonts2.h"
+#include "port/kvo.h"
+#include "text/font.h"
+#include "text/regexp.h"
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
+#include <cstdio>
+#include <memory>
+#include <vector>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -54,7 +67,7 @@ const char QlShortID[] = R"(/QualinDict dup 200 dict def load begin
 /sj/setlinejoin ldf
 /sg/setgray ldf
 /ski/ISOLatin1Encoding where{pop true}{false}ifelse d
-/fcd{ff dup l z b{1 index /FID ne{d}{pop pop}ifelse}forall /Encoding ISOLatin1Encoding d currentdict end}bdf
+/fcd{ff dup l z b{1 index /FID ne{d}{pop pop}ifelse}forall /Encoding ISOLatin1Encoding dup l a copy dup 45 /hyphen put d currentdict end}bdf
 /fdf{e definefont pop}bdf
 )";
 
@@ -161,16 +174,656 @@ end
 /rots{gs t rotate show gr}bdf
 )";
 
-// Fonts: the printer's font list stays empty until font metrics are read;
-// these keep the document frame's calls in place.
-void LoadUSLFonts(QlPrinter *) {}
-void MakePSFontEntry(QlPrinter *, const char *, const char *, int) {}
-void ResetEncodingCache(QlPrinter *p) { p->encodingCacheFont = 0; }
-void ResetFontDownloads(QlPrinter *) {}
+// Fonts.  The printer keeps a list of font entries: the lines of the font
+// list file, and fonts of the X font directories.  A scalable entry is a
+// master; each size asked for becomes an instance chained under it.  An
+// entry's metrics come from its AFM file the first time they are asked
+// for, turned into an XFontStruct in dots; a font whose XLFD name asks for
+// another encoding than its AFM file has is reencoded in the document.
+
+namespace {
+
+int resolutionOf(QlPrinter *p) { return p->psPage ? geometry(p)->resolution : 300; }
+
+void copyText(char *dst, size_t size, const char *src) { std::snprintf(dst, size, "%s", src ? src : ""); }
+
+// A lower-case copy of a font name or pattern.
+std::string lowered(const char *s) {
+    std::string out = s ? s : "";
+    for (char &c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+// Compiled patterns are freed by whoever asked for them.
+struct RegexpFree {
+    void operator()(regexp *r) const { std::free(r); }
+};
+using Pattern = std::unique_ptr<regexp, RegexpFree>;
+
+bool matches(regexp *re, const char *name) { return re && Qlregexec(re, name, 1); }
+
+bool scalable(const QlFontRec *f) { return f->pixelSize <= 0.1f; }
+
+// The pattern with its size fields set to 0, compiled; null for a pattern
+// that isn't a full name.
+Pattern sizedZero(const char *pattern) {
+    if (pattern[0] != '-') return nullptr;
+    char *zero = FontSetPPASize(pattern, 0, 0, 0);
+    if (!zero) return nullptr;
+    Pattern re(mrFixFontName(zero));
+    std::free(zero);
+    return re;
+}
+
+}  // namespace
+
+int mrQlIsSpecial(int c) { return c == '(' || c == ')' || c == '\\'; }
+
+regexp *mrFixFontName(const char *pattern) {
+    static char buffer[512];
+    size_t n = 0;
+    for (const char *c = pattern ? pattern : ""; *c && n + 2 < sizeof buffer; ++c) {
+        if (*c == '*') {
+            buffer[n++] = '.';
+            buffer[n++] = '*';
+        } else {
+            buffer[n++] = *c == '?' ? '.' : *c;
+        }
+    }
+    buffer[n] = '\0';
+    return Qlregcomp(buffer);
+}
+
+QlFontRec *MakePSFontEntry(QlPrinter *p, const char *xlfd, const char *file, int kind) {
+    auto *f = static_cast<QlFontRec *>(std::calloc(1, sizeof(QlFontRec)));
+    int *shared[4] = {};
+    for (int *&s : shared) s = static_cast<int *>(std::calloc(1, sizeof(int)));
+    if (!f || !shared[0] || !shared[1] || !shared[2] || !shared[3]) {
+        std::free(f);
+        for (int *s : shared) std::free(s);
+        return nullptr;
+    }
+    f->fontType = shared[0];
+    f->loadState = shared[1];
+    f->isoEncoded = shared[2];
+    f->recodeShared = shared[3];
+    *f->fontType = *f->loadState = kind;
+    if (file) copyText(ql::FontFileName(f), ql::kFontNameHalf, file);
+    const int res = resolutionOf(p);
+    if (xlfd && std::strstr(xlfd, "%d")) {
+        // A scalable name: its size fields are formatted, its size stays 0.
+        copyText(f->xlfdName, sizeof f->xlfdName, ql::format(xlfd, 0, 0, res, res).c_str());
+        return f;
+    }
+    int pixel = -1, point = -1;
+    FontGetPPSize(xlfd, &pixel, &point);
+    f->pixelSize = pixel >= 1 ? pixel : point >= 1 ? static_cast<float>(point) * res / 720 : 1.0f;
+    copyText(f->xlfdName, sizeof f->xlfdName, xlfd);
+    return f;
+}
+
+char **ListFonts(QlPrinter *p, const char *pattern, int maximum, int *count) {
+    if (count) *count = 0;
+    if (!pattern) return nullptr;
+    int pixel = -1, point = -1;
+    if (pattern[0] == '-') FontGetPPSize(pattern, &pixel, &point);
+    Pattern zero = sizedZero(pattern);
+    Pattern re(mrFixFontName(pattern));
+    const int res = resolutionOf(p);
+
+    std::vector<std::string> names;
+    for (QlFontRec *f = p->fonts; f && static_cast<int>(names.size()) < maximum; f = f->next) {
+        if (p->excludeAppFonts && *f->fontType == 4) continue;
+        if (scalable(f) && zero) {
+            if (!matches(zero.get(), f->xlfdName)) continue;
+            if (pixel != -1 && pixel != 0 && point != -1 && point != 0 && pixel != point * res / 720) continue;
+            char *sized = pixel != -1 && point != -1 ? FontSetPPSize(f->xlfdName, pixel, point)
+                          : pixel != -1              ? _QlFontSetPixelSize(f->xlfdName, pixel)
+                          : point != -1              ? FontSetPointSize(f->xlfdName, point)
+                                                     : nullptr;
+            names.emplace_back(sized ? sized : f->xlfdName);
+            std::free(sized);
+        } else if (matches(re.get(), f->xlfdName)) {
+            names.emplace_back(f->xlfdName);
+        }
+    }
+    if (names.empty()) return nullptr;
+    // One block of 128-byte rows behind a first byte of 1, the layout that
+    // XFreeFontNames releases.
+    const size_t n = names.size();
+    auto *block = static_cast<char *>(std::calloc(1, 1 + n * 128));
+    auto **list = static_cast<char **>(std::calloc(n + 1, sizeof(char *)));
+    if (!block || !list) {
+        std::free(block);
+        std::free(list);
+        return nullptr;
+    }
+    block[0] = 1;
+    for (size_t i = 0; i < n; ++i) {
+        list[i] = block + 1 + i * 128;
+        copyText(list[i], 128, names[i].c_str());
+    }
+    if (count) *count = static_cast<int>(n);
+    return list;
+}
+
+Font _LoadFont(QlPrinter *p, const char *name) {
+    if (!name) return 0;
+    QlFontRec *master = nullptr;
+    {
+        Pattern zero = sizedZero(name);
+        Pattern re(mrFixFontName(name));
+        for (QlFontRec *f = p->fonts; f && !master; f = f->next)
+            if (matches(scalable(f) && zero ? zero.get() : re.get(), f->xlfdName)) master = f;
+    }
+    if (!master) return 0;
+    if (!scalable(master)) return reinterpret_cast<Font>(master);
+
+    const int res = resolutionOf(p);
+    int pixel = -1, point = -1;
+    FontGetPPSize(name, &pixel, &point);
+    int size;
+    if (pixel >= 1) {
+        size = pixel;
+    } else if (point > 0) {
+        size = point * res / 720;
+        if (p->divisorX != 1.0) size = static_cast<int>(p->divisorX * size);
+    } else {
+        size = res * 12 / 72;
+    }
+    QlFontRec *last = master;
+    for (QlFontRec *s = master->scaled; s; s = s->scaled) {
+        if (static_cast<int>(s->pixelSize) == size) return reinterpret_cast<Font>(s);
+        last = s;
+    }
+    auto *f = static_cast<QlFontRec *>(std::calloc(1, sizeof(QlFontRec)));
+    if (!f) return 0;
+    f->pixelSize = static_cast<float>(size);
+    f->pointSize = static_cast<float>(point);
+    if (point == 0)
+        f->pointSize = static_cast<float>(p->divisorX != 1.0 ? size * 720 / (p->divisorX * res) : size * 720.0 / res);
+    f->fontType = master->fontType;
+    f->loadState = master->loadState;
+    f->isoEncoded = master->isoEncoded;
+    f->recodeShared = master->recodeShared;
+    f->appCallback = last->appCallback;
+    f->appData = last->appData == reinterpret_cast<XPointer>(last) ? reinterpret_cast<XPointer>(f) : last->appData;
+    std::memcpy(f->printerName, last->printerName, sizeof f->printerName);
+    std::memcpy(f->xlfdName, last->xlfdName, sizeof f->xlfdName);
+    last->scaled = f;
+    return reinterpret_cast<Font>(f);
+}
+
+Font LoadFont(QlPrinter *p, const char *name) { return _LoadFont(p, name); }
+
+int UnloadFont(QlPrinter *, XID) { return 0; }
+
+namespace {
+
+// The XExtData chain of a printer font: the width table, then the tracks,
+// then the pairs.
+XExtData *newExtData(int number, XPointer data) {
+    auto *e = static_cast<XExtData *>(std::calloc(1, sizeof(XExtData)));
+    if (!e) return nullptr;
+    e->number = number;
+    e->private_data = data;
+    return e;
+}
+
+ql::KernBlock *kernBlock(long size, long scale72, long count, void *records) {
+    auto *b = static_cast<ql::KernBlock *>(std::calloc(1, sizeof(ql::KernBlock)));
+    if (b) *b = {size, scale72, count, records};
+    return b;
+}
+
+void freeKernBlock(XExtData *e, bool pairs) {
+    if (!e) return;
+    if (e->free_private) {
+        e->free_private(e);
+    } else if (auto *b = reinterpret_cast<ql::KernBlock *>(e->private_data)) {
+        if (pairs) {
+            auto *pk = static_cast<PairKernData *>(b->records);
+            for (long i = 0; pk && i < b->count; ++i) {
+                std::free(pk[i].name1);
+                std::free(pk[i].name2);
+            }
+        }
+        std::free(b->records);
+        std::free(b);
+    }
+    std::free(e);
+}
+
+void freeFontStruct(XFontStruct *fs) {
+    if (!fs) return;
+    XExtData *widths = fs->ext_data;
+    XExtData *tracks = widths ? widths->next : nullptr;
+    XExtData *pairs = tracks ? tracks->next : nullptr;
+    if (widths) {
+        if (widths->free_private) widths->free_private(widths);
+        else std::free(widths->private_data);
+        std::free(widths);
+    }
+    freeKernBlock(tracks, false);
+    freeKernBlock(pairs, true);
+    std::free(fs->per_char);
+    std::free(fs);
+}
+
+// An AFM value in thousandths of the size, in dots.
+int dots(double v, int size) { return static_cast<int>(v * size / 1000.0 + 0.5); }
+
+struct Bounds {
+    XCharStruct lo{32767, 32767, 0, 32767, 32767, 0};
+    XCharStruct hi{-32768, -32768, 0, -32768, -32768, 0};
+    float wmin = 32727, wmax = 0;
+    bool any = false;
+    void add(const XCharStruct &c, float w) {
+        any = true;
+        lo.lbearing = std::min(lo.lbearing, c.lbearing);
+        lo.rbearing = std::min(lo.rbearing, c.rbearing);
+        lo.ascent = std::min(lo.ascent, c.ascent);
+        lo.descent = std::min(lo.descent, c.descent);
+        hi.lbearing = std::max(hi.lbearing, c.lbearing);
+        hi.rbearing = std::max(hi.rbearing, c.rbearing);
+        hi.ascent = std::max(hi.ascent, c.ascent);
+        hi.descent = std::max(hi.descent, c.descent);
+        wmin = std::min(wmin, w);
+        wmax = std::max(wmax, w);
+    }
+};
+
+const char *afmPath(QlFontRec *f, char (&buf)[1024]) {
+    const char *file = ql::FontFileName(f);
+    switch (*f->fontType) {
+    case 2: std::snprintf(buf, sizeof buf, "%s/afm/%s.afm", QL_X_FONT_DIR_MIT, file); break;
+    case 3: std::snprintf(buf, sizeof buf, "%s/afm/%s.afm", QL_X_FONT_DIR_TYPE1, file); break;
+    default: {
+        const char *dir = QlConfigDir();
+        _QlMakeFontName(buf, dir ? dir : "/usr/lib/Ql", "afm", file);
+    }
+    }
+    return buf;
+}
+
+XFontStruct *queryAppFont(QlPrinter *p, QlFontRec *f) {
+    const int res = resolutionOf(p);
+    const char *full = SoftFontMakeFullXLFD(f->xlfdName, f->pixelSize, f->pixelSize / res * 720, 1);
+    XFontStruct *fs = nullptr;
+    int ok = f->appCallback ? f->appCallback(reinterpret_cast<Display *>(p), f->appData, full, 0, 0, &fs, 2) : 0;
+    if (full != f->xlfdName) std::free(const_cast<char *>(full));
+    if (!ok || !fs) {
+        _QlError(eBadAppSoftFont, "PS:QueryFont", ql::FontAlias(f));
+        return nullptr;
+    }
+    fs->fid = reinterpret_cast<Font>(f);
+    f->fontStruct = fs;
+    f->fontStructSet = 1;
+    *f->isoEncoded = 0;
+    std::free(_QlGetEncodingSchemeOfFull(f->xlfdName, &f->encodingScheme));
+    return fs;
+}
+
+}  // namespace
+
+XFontStruct *QueryFont(QlPrinter *p, XID font) {
+    auto *f = reinterpret_cast<QlFontRec *>(font);
+    if (!f) return nullptr;
+    if (f->fontStruct) {
+        ++f->fontStructSet;
+        return f->fontStruct;
+    }
+    if (*f->fontType == 4) return queryAppFont(p, f);
+
+    char path[1024];
+    afmPath(f, path);
+    const int size = static_cast<int>(f->pixelSize);
+    FontInfo *fi = nullptr;
+    int rc;
+    {
+        FILE *fp = _QlfopenTryBothCases(path, "r");
+        if (!fp) {
+            std::perror(path);
+            return nullptr;
+        }
+        rc = parseFile(fp, &fi, kAfmGlobals | kAfmWidths | kAfmMetrics | kAfmPairs | kAfmTracks);
+        std::fclose(fp);
+    }
+    struct Release {
+        FontInfo *&fi;
+        ~Release() { freeStorage(fi); }
+    } release{fi};
+    if (rc != 0 || !fi || !fi->gfi) {
+        if (rc == kAfmNoMemory || !fi) _QlError(eLMem, "QueryFont");
+        else if (rc == kAfmEarlyEof) _QlError(eAFMPremature, "QueryFont", path);
+        else if (rc == kAfmParseError) _QlError(eAFMParse, "QueryFont", path);
+        else _QlError(ePFBadReturn, "QueryFont", rc);
+        return nullptr;
+    }
+
+    // The code range: the high and low bytes of every encoded character.
+    int lo1 = 255, lo2 = 255, hi1 = 0, hi2 = 0;
+    bool anyCode = false;
+    for (int i = 0; i < fi->numOfChars; ++i) {
+        const int code = fi->cmi[i].code;
+        if (code < 0 || code > 65535) continue;
+        anyCode = true;
+        lo1 = std::min(lo1, code >> 8);
+        hi1 = std::max(hi1, code >> 8);
+        lo2 = std::min(lo2, code & 255);
+        hi2 = std::max(hi2, code & 255);
+    }
+    if (!anyCode || (hi1 == 0 && lo1 == 0)) {
+        lo1 = hi1 = 0;
+        lo2 = 0;
+        hi2 = 255;
+    }
+    const int cols = hi2 - lo2 + 1, cells = cols * (hi1 - lo1 + 1);
+
+    auto *fs = static_cast<XFontStruct *>(std::calloc(1, sizeof(XFontStruct)));
+    auto *widths = static_cast<float *>(std::calloc(cells + 3, sizeof(float)));
+    auto *perChar = static_cast<XCharStruct *>(std::calloc(cells, sizeof(XCharStruct)));
+    auto *tracks = fi->numOfTracks > 0 ? static_cast<TrackKernData *>(std::calloc(fi->numOfTracks, sizeof(TrackKernData)))
+                                       : nullptr;
+    auto *pairs = fi->numOfPairs > 0 ? static_cast<PairKernData *>(std::calloc(fi->numOfPairs, sizeof(PairKernData)))
+                                     : nullptr;
+    if (tracks) std::memcpy(tracks, fi->tkd, fi->numOfTracks * sizeof(TrackKernData));
+    for (int i = 0; pairs && i < fi->numOfPairs; ++i) {
+        pairs[i] = fi->pkd[i];
+        pairs[i].name1 = _kvo_strdup(fi->pkd[i].name1);
+        pairs[i].name2 = _kvo_strdup(fi->pkd[i].name2);
+    }
+    const long scale72 = static_cast<long>(72 * p->scale);
+    XExtData *e1 = newExtData(ql::kPrinterFontMark, reinterpret_cast<XPointer>(widths));
+    XExtData *e2 = newExtData(0, reinterpret_cast<XPointer>(kernBlock(size, scale72, tracks ? fi->numOfTracks : 0, tracks)));
+    XExtData *e3 = newExtData(0, reinterpret_cast<XPointer>(kernBlock(size, scale72, pairs ? fi->numOfPairs : 0, pairs)));
+    if (fs) {
+        fs->ext_data = e1;
+        fs->per_char = perChar;
+    }
+    if (e1) e1->next = e2;
+    if (e2) e2->next = e3;
+    if (!fs || !widths || !perChar || !e1 || !e2 || !e3 || !e2->private_data || !e3->private_data) {
+        _QlError(eLMem, "QueryFont");
+        if (fs) freeFontStruct(fs);
+        return nullptr;
+    }
+
+    fs->fid = font;
+    fs->min_byte1 = static_cast<unsigned>(lo1);
+    fs->max_byte1 = static_cast<unsigned>(hi1);
+    fs->min_char_or_byte2 = static_cast<unsigned>(lo2);
+    fs->max_char_or_byte2 = static_cast<unsigned>(hi2);
+    fs->default_char = static_cast<unsigned>(lo2 | (lo1 << 8));
+    const BBox &box = fi->gfi->fontBBox;
+    fs->ascent = dots(box.ury, size);
+    fs->descent = dots(-box.lly, size);
+    copyText(ql::FontAlias(f), ql::kFontNameHalf, fi->gfi->fontName);
+
+    char *suffix = _QlGetEncodingSchemeOfFull(f->xlfdName, &f->encodingScheme);
+    if (!suffix) {
+        _QlError(eXLFDError, "QueryFont", "PSstd.font");
+        freeFontStruct(fs);
+        return nullptr;
+    }
+    const char *afmScheme = fi->gfi->encodingScheme ? fi->gfi->encodingScheme : "";
+    f->recodeState = _QlGetEncodeOfAFMString(afmScheme);
+    const int want = f->encodingScheme, have = static_cast<int>(f->recodeState);
+    if (want == have && want != 0) *f->isoEncoded = 0;
+    else *f->isoEncoded = std::strcmp(suffix, afmScheme) != 0 && have >= 2 && have <= 9 && want >= 2 && want <= 9;
+    std::free(suffix);
+
+    Bounds bounds;
+    auto fill = [&](int code, const CharMetricInfo &m) {
+        const int b1 = code >> 8, b2 = code & 255;
+        if (b1 < lo1 || b1 > hi1 || b2 < lo2 || b2 > hi2) return;
+        const int cell = (b1 - lo1) * cols + (b2 - lo2);
+        XCharStruct &c = perChar[cell];
+        c.lbearing = static_cast<short>(dots(m.charBBox.llx, size));
+        c.rbearing = static_cast<short>(dots(m.charBBox.urx, size));
+        c.ascent = static_cast<short>(dots(m.charBBox.ury, size));
+        c.descent = static_cast<short>(dots(-m.charBBox.lly, size));
+        widths[cell] = static_cast<float>(m.wx * size / 1000.0);
+        c.width = static_cast<short>(widths[cell] + 0.5);
+        bounds.add(c, widths[cell]);
+    };
+    if (!*f->isoEncoded) {
+        for (int i = 0; i < fi->numOfChars; ++i)
+            if (fi->cmi[i].code != -1) fill(fi->cmi[i].code, fi->cmi[i]);
+    } else {
+        auto byCode = [&](int code) -> const CharMetricInfo * {
+            for (int i = 0; i < fi->numOfChars; ++i)
+                if (fi->cmi[i].code == code) return &fi->cmi[i];
+            return nullptr;
+        };
+        for (const LatinGlyph &row : LatinCode) {
+            const int target = row.code[want - 2], source = row.code[have - 2];
+            if (target == -1) continue;
+            const CharMetricInfo *m = nullptr;
+            if (source != -1) {
+                m = byCode(source);
+            } else {
+                for (int i = 0; i < fi->numOfChars && !m; ++i)
+                    if (fi->cmi[i].code == -1 && fi->cmi[i].name && !std::strcmp(fi->cmi[i].name, row.glyph))
+                        m = &fi->cmi[i];
+            }
+            if (!m) m = byCode(target == 45 ? 45 : 32);
+            if (!m || target > 255) continue;
+            fill(target, *m);
+        }
+    }
+    if (!bounds.any) bounds = Bounds{{0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0}, 0, 0, false};
+    fs->min_bounds = bounds.lo;
+    fs->max_bounds = bounds.hi;
+    fs->min_bounds.width = static_cast<short>(bounds.wmin + 0.5);
+    fs->max_bounds.width = static_cast<short>(bounds.wmax + 0.5);
+    fs->min_bounds.attributes = fs->max_bounds.attributes = 0;
+    widths[cells] = bounds.wmin;
+    widths[cells + 1] = bounds.wmax;
+    widths[cells + 2] = widths[0];
+
+    f->fontStruct = fs;
+    f->fontStructSet = 1;
+    return fs;
+}
+
+int FreeFont(QlPrinter *p, XFontStruct *fs) {
+    if (!fs) return 1;
+    auto *f = reinterpret_cast<QlFontRec *>(fs->fid);
+    if (f && --f->fontStructSet > 0) return 0;
+    if (f) f->fontStruct = nullptr;
+    if (f && *f->fontType == 4) {
+        XFontStruct *given = fs;
+        if (f->appCallback)
+            f->appCallback(reinterpret_cast<Display *>(p), f->appData, f->xlfdName, 0, 0, &given, 8);
+        return 0;
+    }
+    freeFontStruct(fs);
+    return 0;
+}
+
+int RegisterFont(QlPrinter *p, XPointer data, const char *name, QlFontLoader callback) {
+    if (!name || !callback) return 0;
+    QlFontRec *f = MakePSFontEntry(p, lowered(name).c_str(), nullptr, 4);
+    if (!f) return 0;
+    f->appCallback = callback;
+    f->appData = data;
+    f->next = p->fonts;
+    p->fonts = f;
+    return 1;
+}
+
+void CleanFontStruct(QlPrinter *p, QlFontRec *entry, int scaled) {
+    // The main list is walked, its instances recursed into.
+    while (entry) {
+        QlFontRec *next = scaled ? nullptr : entry->next;
+        if (entry->scaled) CleanFontStruct(p, entry->scaled, 1);
+        if (entry->fontStruct) {
+            entry->fontStructSet = 1;
+            DriverSwitch[p->driverId]->FreeFont(p, entry->fontStruct);
+        }
+        if (!scaled) {
+            std::free(entry->fontType);
+            std::free(entry->loadState);
+            std::free(entry->isoEncoded);
+            std::free(entry->recodeShared);
+        }
+        std::free(entry);
+        entry = next;
+    }
+}
+
+int DestroyRegisteredFont(QlPrinter *p, QlFontRec *entry, int mainList) {
+    if (!entry) return 1;
+    if (!mainList) entry->scaled = nullptr;
+    entry->next = nullptr;
+    CleanFontStruct(p, entry, !mainList);
+    return 1;
+}
+
+int FixUSLFont(QlPrinter *p, char *name, char *fixed, size_t fixedSize, int *pixel, int *point) {
+    if (!name || std::strlen(name) < 2 || name[0] != '-') return 0;
+    for (char *c = name; *c; ++c) *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+    char *fields = Qlstrnchr(name, '-', 7);
+    if (!fields) return 0;
+    int v[4];
+    const char *c = fields;
+    for (int &x : v) {
+        const char *end = std::strchr(c, '-');
+        if (!end || end == c) return 0;
+        std::string field(c, end);
+        if (!QlIsDigitString(field.c_str()) || field.find_first_not_of("0123456789") != std::string::npos) return 0;
+        x = std::atoi(field.c_str());
+        c = end + 1;
+    }
+    const int res = QlGetResolution(reinterpret_cast<Display *>(p));
+    if ((v[2] != 0 && v[2] != res) || (v[3] != 0 && v[3] != res)) return 0;
+    int px = v[0], pt = v[1];
+    int kind = 1;
+    if (px == 0 && pt == 0) {
+        kind = 2;
+    } else if (px && pt) {
+        if (res != px * 720 / pt) return 0;
+        pt = px * 720 / res;
+    } else if (px) {
+        pt = px * 720 / res;
+    } else {
+        px = pt * res / 720;
+    }
+    *pixel = px;
+    *point = pt;
+    std::snprintf(fixed, fixedSize, "%.*s%d-%d-%d-%d-%s", static_cast<int>(fields - name), name, px, pt, res, res, c);
+    return kind;
+}
+
+int LoadUSLFonts(QlPrinter *p) {
+    QlFontRec **tail = &p->fonts;
+    while (*tail) tail = &(*tail)->next;
+    const char *const lists[2] = {QL_X_FONT_DIR_MIT "/fonts.dir", QL_X_FONT_DIR_TYPE1 "/fonts.dir"};
+    int opened = 0;
+    for (int k = 0; k < 2; ++k) {
+        FILE *f = std::fopen(lists[k], "r");
+        if (!f) continue;
+        opened = 1;
+        const int kind = k + 2;
+        char line[258];
+        while (std::fgets(line, sizeof line, f)) {
+            if (line[0] == '#') continue;
+            if (size_t n = std::strlen(line)) line[n - 1] = '\0';
+            char *s = line;
+            while (*s == ' ' || *s == '\t') ++s;
+            char *file = s;
+            while (*s && *s != ' ' && *s != '\t') ++s;
+            if (*s) *s++ = '\0';
+            // The file must be a .pfa; its name without it is the font's.
+            size_t n = std::strlen(file);
+            if (n < 5 || std::strcmp(file + n - 4, ".pfa") != 0) continue;
+            file[n - 4] = '\0';
+            while (*s == ' ' || *s == '\t') ++s;
+            char *xlfd = s;
+            for (size_t m = std::strlen(xlfd); m && xlfd[m - 1] == ' ';) xlfd[--m] = '\0';
+            char fixed[300];
+            int pixel = 0, point = 0;
+            const int how = FixUSLFont(p, xlfd, fixed, sizeof fixed, &pixel, &point);
+            if (!how) continue;
+            QlFontRec *e = MakePSFontEntry(p, nullptr, file, kind);
+            if (!e) continue;
+            const int res = resolutionOf(p);
+            e->pixelSize = how == 2 ? 0.0f
+                           : pixel >= 1 ? static_cast<float>(pixel)
+                           : point * res / 720 >= 1 ? static_cast<float>(point) * res / 720
+                                                    : 1.0f;
+            copyText(e->xlfdName, sizeof e->xlfdName, fixed);
+            *tail = e;
+            tail = &e->next;
+        }
+        std::fclose(f);
+    }
+    return opened;
+}
+
+void QlRecodeISO(QlPrinter *p, QlFontRec *f) {
+    const char *s = _QlGetEncodingScheme(f->encodingScheme);
+    const char *m = _QlGetEncodeNameofAFMEncode(static_cast<int>(f->recodeState));
+    if (!s || !m || f->encodingScheme < 2 || f->encodingScheme > 9 || f->recodeState < 2 || f->recodeState > 9) return;
+    const std::string key = ql::format("%s-%s", s, m);
+    FILE *out = p->stream;
+    auto **cache = static_cast<char **>(p->encodingCache);
+    bool cached = false;
+    for (int i = 0; i < p->encodingCacheFont && !cached; ++i) cached = !_kvo_strcasecmp(cache[i], key.c_str());
+    if (!cached) {
+        const int a = f->encodingScheme - 2, b = static_cast<int>(f->recodeState) - 2;
+        ql::put(out, "/%s-%s[\n", s, m);
+        for (const LatinGlyph &row : LatinCode) {
+            if (row.code[a] == row.code[b]) continue;
+            if (row.code[a] != -1) {
+                ql::put(out, "8#%o /%s\n", row.code[a], row.glyph);
+                continue;
+            }
+            // A code of the font's own encoding that the wanted one lacks
+            // is cleared, unless another glyph of the table takes it.
+            bool taken = false;
+            for (const LatinGlyph &other : LatinCode) taken = taken || other.code[a] == row.code[b];
+            if (!taken) ql::put(out, "8#%o /.notdef\n", row.code[b]);
+        }
+        ql::write(out, "]d\n");
+        auto **grown = static_cast<char **>(std::realloc(cache, (p->encodingCacheFont + 1) * sizeof(char *)));
+        if (grown) {
+            grown[p->encodingCacheFont++] = _kvo_strdup(key.c_str());
+            p->encodingCache = grown;
+        }
+    }
+    const char *file = ql::FontFileName(f);
+    ql::put(out, "/%s /%s-%s %s-%s REn\n", file, file, s, s, m);
+}
+
+void ResetEncodingCache(QlPrinter *p) {
+    for (QlFontRec *f = p->fonts; f; f = f->next)
+        if (f->recodeShared) *f->recodeShared = 0;
+    auto **cache = static_cast<char **>(p->encodingCache);
+    for (int i = 0; cache && i < p->encodingCacheFont; ++i) std::free(cache[i]);
+    std::free(cache);
+    p->encodingCache = nullptr;
+    p->encodingCacheFont = 0;
+}
+
+void ResetFontDownloads(QlPrinter *p) {
+    for (QlFontRec *f = p->fonts; f; f = f->next)
+        if (f->loadState && f->fontType) *f->loadState = *f->fontType;
+}
+
 void PS2CleanTileCache(QlPrinter *) {}
 
 void CleanPrinter(QlPrinter *p) {
     FreePageData(p);
+    CleanFontStruct(p, p->fonts, 0);
+    p->fonts = nullptr;
+    ResetEncodingCache(p);
+    auto **supplied = static_cast<char **>(p->suppliedFonts);
+    for (int i = 0; supplied && i < p->suppliedFontCount; ++i) std::free(supplied[i]);
+    std::free(supplied);
+    p->suppliedFonts = nullptr;
+    p->suppliedFontCount = 0;
 }
 
 // The graphics state: PSFlushGC writes, before a mark, the values of the
@@ -418,6 +1071,42 @@ void WriteStroke(QlPrinter *p, QlGC *gc, std::string_view end) {
 // then a tile paints in the foreground and text isn't offered.
 bool WriteTile(QlPrinter *, QlGC *) { return false; }
 bool SetTilePaint(QlPrinter *, QlGC *) { return false; }
-bool WriteFont(QlPrinter *, QlGC *) { return false; }
+// Makes the GC's font current: downloads it if the document lacks it,
+// reencodes it where its name asks for another encoding, and selects it at
+// its size, with y flipped as the page's axis is.
+bool WriteFont(QlPrinter *p, QlGC *gc) {
+    if (!_QlIsPrinterFont(p, gc->values.font)) return false;
+    auto *f = reinterpret_cast<QlFontRec *>(gc->values.font);
+    FILE *s = p->stream;
+    const char *alias = ql::FontAlias(f);
+    if (*f->loadState == 4) {
+        // An application's font: its loader puts the font into the document.
+        XFontStruct *fs = f->fontStruct;
+        if (!f->appCallback ||
+            !f->appCallback(reinterpret_cast<Display *>(p), f->appData, f->xlfdName, 0, 0, &fs, 4))
+            _QlError(eBadAppSoftFont, "PSFlushGC", alias);
+    } else if (*f->loadState != 0) {
+        DownLoadFont(p, ql::FontFileName(f), *f->fontType, alias);
+    }
+    *f->loadState = 0;
+    const double size = f->pixelSize * 72.0 / geometry(p)->resolution;
+    if (f->encodingScheme == 3) {
+        if (!*f->recodeShared) {
+            *f->recodeShared = 1;
+            put(s, "ski{/%s fcd /%s-ISO8859-1 fdf}if\n", alias, alias);
+        }
+        put(s, "ski{/%s-ISO8859-1}{/%s}ifelse ff [%.2f 0 0 -%.2f 0 0] mf sf\n", alias, alias, size, size);
+    } else if (*f->isoEncoded) {
+        if (!*f->recodeShared) {
+            *f->recodeShared = 1;
+            QlRecodeISO(p, f);
+        }
+        const char *suffix = _QlGetEncodingScheme(f->encodingScheme);
+        put(s, "/%s-%s ff [%.2f 0 0 -%.2f 0 0] mf sf\n", alias, suffix ? suffix : "", size, size);
+    } else {
+        put(s, "/%s ff [%.2f 0 0 -%.2f 0 0] mf sf\n", alias, size, size);
+    }
+    return true;
+}
 
 }  // namespace ps
