@@ -1,5 +1,6 @@
 #include "core/out.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -135,12 +136,15 @@ void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
             else if (c == '#') continue;
             else break;
         }
-        while (i < fmt.size() && fmt[i] >= '0' && fmt[i] <= '9') sp.width = sp.width * 10 + (fmt[i++] - '0');
+        // Widths and precisions beyond any real use are held at 4096.
+        auto digitsOf = [&](int &v) {
+            while (i < fmt.size() && fmt[i] >= '0' && fmt[i] <= '9') v = std::min(v * 10 + (fmt[i++] - '0'), 4096);
+        };
+        digitsOf(sp.width);
         if (i < fmt.size() && fmt[i] == '.') {
             sp.precision = 0;
             ++i;
-            while (i < fmt.size() && fmt[i] >= '0' && fmt[i] <= '9')
-                sp.precision = sp.precision * 10 + (fmt[i++] - '0');
+            digitsOf(sp.precision);
         }
         while (i < fmt.size() && std::strchr("hlLqjzt", fmt[i])) ++i;
         if (i >= fmt.size()) break;

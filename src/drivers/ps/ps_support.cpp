@@ -204,6 +204,11 @@ bool matches(regexp *re, const char *name) { return re && Qlregexec(re, name, 1)
 
 bool scalable(const QlFontRec *f) { return f->pixelSize <= 0.1f; }
 
+// Sizes come from names anyone can write: a size in dots stays within
+// what a page can hold, so that arithmetic on it can't overflow.
+constexpr long long kLargestSize = 100000;
+int sizeInDots(long long v) { return static_cast<int>(std::clamp(v, 0LL, kLargestSize)); }
+
 // The pattern with its size fields set to 0, compiled; null for a pattern
 // that isn't a full name.
 Pattern sizedZero(const char *pattern) {
@@ -257,7 +262,7 @@ QlFontRec *MakePSFontEntry(QlPrinter *p, const char *xlfd, const char *file, int
     }
     int pixel = -1, point = -1;
     FontGetPPSize(xlfd, &pixel, &point);
-    f->pixelSize = pixel >= 1 ? pixel : point >= 1 ? static_cast<float>(point) * res / 720 : 1.0f;
+    f->pixelSize = pixel >= 1 ? sizeInDots(pixel) : point >= 1 ? sizeInDots(1LL * point * res / 720) : 1.0f;
     copyText(f->xlfdName, sizeof f->xlfdName, xlfd);
     return f;
 }
@@ -324,10 +329,10 @@ Font _LoadFont(QlPrinter *p, const char *name) {
     FontGetPPSize(name, &pixel, &point);
     int size;
     if (pixel >= 1) {
-        size = pixel;
+        size = sizeInDots(pixel);
     } else if (point > 0) {
-        size = point * res / 720;
-        if (p->divisorX != 1.0) size = static_cast<int>(p->divisorX * size);
+        size = sizeInDots(1LL * point * res / 720);
+        if (p->divisorX != 1.0) size = sizeInDots(static_cast<long long>(std::min(p->divisorX * size, 1e9)));
     } else {
         size = res * 12 / 72;
     }
@@ -693,7 +698,7 @@ int FixUSLFont(QlPrinter *p, char *name, char *fixed, size_t fixedSize, int *pix
         if (!end || end == c) return 0;
         std::string field(c, end);
         if (!QlIsDigitString(field.c_str()) || field.find_first_not_of("0123456789") != std::string::npos) return 0;
-        x = std::atoi(field.c_str());
+        x = static_cast<int>(std::min(std::strtoll(field.c_str(), nullptr, 10), 1000000LL));
         c = end + 1;
     }
     const int res = QlGetResolution(reinterpret_cast<Display *>(p));
