@@ -4,6 +4,7 @@
 #include "config/ppd.h"
 
 #include "core/qlint.h"
+#include "fontdata/pfonts2.h"
 #include "port/kvo.h"
 
 #include <algorithm>
@@ -154,6 +155,15 @@ private:
     bool changed_ = false;
     bool haveSaved_ = false;
     char saved_[256] = {};
+};
+
+// What every public query holds for its length: numbers read in the C
+// locale, the working directory at <baseDir>/ppds, a fresh budget of
+// inclusions.
+struct QueryScope {
+    ql::CLocale numbers;
+    PpdDirectory dir;
+    explicit QueryScope(const char *baseDir) : dir(baseDir) { gIncludeBudget = kIncludeBudget; }
 };
 
 // Line-owning wrapper for parseLine's result.
@@ -375,13 +385,6 @@ std::vector<const char *> gatherKeys(const char *first, va_list ap) {
     return keys;
 }
 
-char *lowerFilePart(const char *path) {
-    char *copy = dupOrNull(path);
-    char *slash = std::strrchr(copy, '/');
-    for (char *p = slash ? slash + 1 : copy; *p; ++p) *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
-    return copy;
-}
-
 }  // namespace
 
 QlPPDLine *parseLine(FILE *fp, char *line) {
@@ -505,10 +508,8 @@ char **PPDGetValues(int, FILE *fp, const char *baseDir, const char *key, ...) {
     va_start(ap, key);
     std::vector<const char *> keys = gatherKeys(key, ap);
     va_end(ap);
-    ql::CLocale numbers;
-    PpdDirectory dir(baseDir);
+    QueryScope scope(baseDir);
     PPD_Count0 = 0;
-    gIncludeBudget = kIncludeBudget;
     std::rewind(fp);
     return _PPDGetValues(fp, keys.data(), static_cast<int>(keys.size()), 0);
 }
@@ -519,19 +520,15 @@ QlPPDOptions **PPDGetOptions(int, FILE *fp, const char *baseDir, const char *key
     va_start(ap, key);
     std::vector<const char *> keys = gatherKeys(key, ap);
     va_end(ap);
-    ql::CLocale numbers;
-    PpdDirectory dir(baseDir);
+    QueryScope scope(baseDir);
     PPD_Count1 = 0;
-    gIncludeBudget = kIncludeBudget;
     std::rewind(fp);
     return _PPDGetOptions(fp, keys.data(), static_cast<int>(keys.size()), 0);
 }
 
 QlPPDOptions *PPDGetMultiples(FILE *fp, const char *baseDir, const char *key) {
     if (!fp || !key) return nullptr;
-    ql::CLocale numbers;
-    PpdDirectory dir(baseDir);
-    gIncludeBudget = kIncludeBudget;
+    QueryScope scope(baseDir);
     return getMultiples(fp, key, 0);
 }
 
@@ -611,18 +608,16 @@ void freeMultiple(QlPPDOptions *rec) {
 FILE *_QlfopenTryBothCases(const char *path, const char *mode) {
     if (!path || !mode) return nullptr;
     if (FILE *f = std::fopen(path, mode)) return f;
-    char *lower = lowerFilePart(path);
-    FILE *f = std::fopen(lower, mode);
-    std::free(lower);
-    return f;
+    std::string lower = path;
+    _QlLowerCaseFileName(lower.data());
+    return std::fopen(lower.c_str(), mode);
 }
 
 int _QlaccessTryBothCases(const char *path, int mode) {
     if (!path) return -1;
     int r = _kvo_access(path, mode);
     if (r == 0) return r;
-    char *lower = lowerFilePart(path);
-    r = _kvo_access(lower, mode);
-    std::free(lower);
-    return r;
+    std::string lower = path;
+    _QlLowerCaseFileName(lower.data());
+    return _kvo_access(lower.c_str(), mode);
 }

@@ -3,6 +3,7 @@
 // the one edit made on the way, and renames the replacement over it.
 #include "config/profile.h"
 
+#include "config/ppd.h"
 #include "core/out.h"
 #include "core/qlint.h"
 #include "port/kvo.h"
@@ -205,11 +206,7 @@ char **_QlGetPrivateProfileSection(const char *section, int *count, const char *
     return out;
 }
 
-void _QlFreeProfileSection(char **lines, int count) {
-    if (!lines) return;
-    for (int i = 0; i < count; ++i) std::free(lines[i]);
-    std::free(lines);
-}
+void _QlFreeProfileSection(char **lines, int count) { freeDString(lines, count); }
 
 int _QlWritePrivateProfileString(const char *section, const char *key, const char *value, const char *path) {
     if (!section || !path) return 0;

@@ -57,12 +57,6 @@ void append(T *&array, int n, T value) {
     array[n] = value;
 }
 
-void freeStrings(char **list, int n) {
-    if (!list) return;
-    for (int i = 0; i < n; ++i) std::free(list[i]);
-    std::free(list);
-}
-
 // The lines of a section of the file that reads use.
 struct Section {
     char **lines = nullptr;
@@ -250,12 +244,12 @@ _PrinterInfo *_QlGetPrinterInfo() {
 int _freePrinterInfo(_PrinterInfo *info) {
     if (!info) return 0;
     std::free(info->fileName);
-    freeStrings(info->names, info->num_printer);
-    freeStrings(info->nicknames, info->num_printer);
+    freeDString(info->names, info->num_printer);
+    freeDString(info->nicknames, info->num_printer);
     std::free(info->Dids);
     std::free(info->portIndices);
-    freeStrings(info->commands, info->num_port);
-    freeStrings(info->ports, info->num_port);
+    freeDString(info->commands, info->num_port);
+    freeDString(info->ports, info->num_port);
     std::free(info);
     return 0;
 }

@@ -371,8 +371,7 @@ char *_QlMakeFontName(char *result, const char *directory, const char *type, con
 void _QlLowerCaseFileName(char *path) {
     if (!path) return;
     char *file = std::strrchr(path, '/');
-    for (char *c = file ? file + 1 : path; *c; ++c)
-        *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+    ql::LowerInPlace(file ? file + 1 : path);
 }
 
 void _QlDrawBoundingBox(QlPrinter *printer) {

@@ -16,18 +16,11 @@ namespace {
 using ql::kBadGC;
 using ql::kBadValue;
 
-QlPrinter *guarded(Display *handle, const char *caller) { return ql::Guarded(handle, caller); }
-
-template <auto Slot, typename... A>
-int draw(Display *handle, const char *caller, Drawable d, GC gc, A... args) {
-    return ql::Draw<Slot>(handle, caller, d, gc, args...);
-}
-
 // The loop forms: one guard, then the slot once per element, without the
 // bracket; the slots' results are not kept.
 template <typename T, typename F>
 int each(Display *handle, const char *caller, GC gc, const T *items, int count, F call) {
-    QlPrinter *p = guarded(handle, caller);
+    QlPrinter *p = ql::Guarded(handle, caller);
     if (!p) return kBadValue;
     if (count <= 0) return 0;
     if (!items) return kBadValue;
@@ -60,7 +53,7 @@ int toAppUnits(int extent, double divisor, float scale) {
 int QlDrawArc(Display *handle, Drawable d, GC gc, int x, int y, unsigned width, unsigned height, int angle1,
               int angle2) {
     if (QlIsDisplay(handle)) return XDrawArc(handle, d, gc, x, y, width, height, angle1, angle2);
-    return draw<&QlDrawDriver::DrawArc>(handle, "QlDrawArc", d, gc, x, y, width, height, angle1, angle2);
+    return ql::Draw<&QlDrawDriver::DrawArc>(handle, "QlDrawArc", d, gc, x, y, width, height, angle1, angle2);
 }
 
 int QlDrawArcs(Display *handle, Drawable d, GC gc, XArc *arcs, int count) {
@@ -72,18 +65,18 @@ int QlDrawArcs(Display *handle, Drawable d, GC gc, XArc *arcs, int count) {
 
 int QlDrawLine(Display *handle, Drawable d, GC gc, int x1, int y1, int x2, int y2) {
     if (QlIsDisplay(handle)) return XDrawLine(handle, d, gc, x1, y1, x2, y2);
-    return draw<&QlDrawDriver::DrawLine>(handle, "QlDrawLine", d, gc, x1, y1, x2, y2);
+    return ql::Draw<&QlDrawDriver::DrawLine>(handle, "QlDrawLine", d, gc, x1, y1, x2, y2);
 }
 
 int QlDrawLines(Display *handle, Drawable d, GC gc, XPoint *points, int count, int mode) {
     if (QlIsDisplay(handle)) return XDrawLines(handle, d, gc, points, count, mode);
     if (count > 0 && !points) return kBadValue;
-    return draw<&QlDrawDriver::DrawLines>(handle, "QlDrawLines", d, gc, points, count, mode);
+    return ql::Draw<&QlDrawDriver::DrawLines>(handle, "QlDrawLines", d, gc, points, count, mode);
 }
 
 int QlDrawPoint(Display *handle, Drawable d, GC gc, int x, int y) {
     if (QlIsDisplay(handle)) return XDrawPoint(handle, d, gc, x, y);
-    return draw<&QlDrawDriver::DrawPoint>(handle, "QlDrawPoint", d, gc, x, y);
+    return ql::Draw<&QlDrawDriver::DrawPoint>(handle, "QlDrawPoint", d, gc, x, y);
 }
 
 // Relative points add up as they do on a display.
@@ -106,7 +99,7 @@ int QlDrawPoints(Display *handle, Drawable d, GC gc, XPoint *points, int count, 
 
 int QlDrawRectangle(Display *handle, Drawable d, GC gc, int x, int y, unsigned width, unsigned height) {
     if (QlIsDisplay(handle)) return XDrawRectangle(handle, d, gc, x, y, width, height);
-    return draw<&QlDrawDriver::DrawRectangle>(handle, "QlDrawRectangle", d, gc, x, y, width, height);
+    return ql::Draw<&QlDrawDriver::DrawRectangle>(handle, "QlDrawRectangle", d, gc, x, y, width, height);
 }
 
 int QlDrawRectangles(Display *handle, Drawable d, GC gc, XRectangle *rects, int count) {
@@ -128,7 +121,7 @@ int QlDrawSegments(Display *handle, Drawable d, GC gc, XSegment *segments, int c
 int QlFillArc(Display *handle, Drawable d, GC gc, int x, int y, unsigned width, unsigned height, int angle1,
               int angle2) {
     if (QlIsDisplay(handle)) return XFillArc(handle, d, gc, x, y, width, height, angle1, angle2);
-    return draw<&QlDrawDriver::FillArc>(handle, "QlFillArc", d, gc, x, y, width, height, angle1, angle2);
+    return ql::Draw<&QlDrawDriver::FillArc>(handle, "QlFillArc", d, gc, x, y, width, height, angle1, angle2);
 }
 
 int QlFillArcs(Display *handle, Drawable d, GC gc, XArc *arcs, int count) {
@@ -141,12 +134,12 @@ int QlFillArcs(Display *handle, Drawable d, GC gc, XArc *arcs, int count) {
 int QlFillPolygon(Display *handle, Drawable d, GC gc, XPoint *points, int count, int shape, int mode) {
     if (QlIsDisplay(handle)) return XFillPolygon(handle, d, gc, points, count, shape, mode);
     if (count > 0 && !points) return kBadValue;
-    return draw<&QlDrawDriver::FillPolygon>(handle, "QlFillPolygon", d, gc, points, count, shape, mode);
+    return ql::Draw<&QlDrawDriver::FillPolygon>(handle, "QlFillPolygon", d, gc, points, count, shape, mode);
 }
 
 int QlFillRectangle(Display *handle, Drawable d, GC gc, int x, int y, unsigned width, unsigned height) {
     if (QlIsDisplay(handle)) return XFillRectangle(handle, d, gc, x, y, width, height);
-    return draw<&QlDrawDriver::FillRectangle>(handle, "QlFillRectangle", d, gc, x, y, width, height);
+    return ql::Draw<&QlDrawDriver::FillRectangle>(handle, "QlFillRectangle", d, gc, x, y, width, height);
 }
 
 int QlFillRectangles(Display *handle, Drawable d, GC gc, XRectangle *rects, int count) {
@@ -159,7 +152,7 @@ int QlFillRectangles(Display *handle, Drawable d, GC gc, XRectangle *rects, int 
 
 int QlClearArea(Display *handle, Window w, int x, int y, unsigned width, unsigned height, Bool exposures) {
     if (QlIsDisplay(handle)) return XClearArea(handle, w, x, y, width, height, exposures);
-    QlPrinter *p = guarded(handle, "QlClearArea");
+    QlPrinter *p = ql::Guarded(handle, "QlClearArea");
     if (!p) return kBadValue;
     if (width == 0) width = static_cast<unsigned>(std::max(QlDisplayWidth(handle, 0), 0));
     if (height == 0) height = static_cast<unsigned>(std::max(QlDisplayHeight(handle, 0), 0));
@@ -172,7 +165,7 @@ int QlClearArea(Display *handle, Window w, int x, int y, unsigned width, unsigne
 // On paper, clearing the window means a new sheet.
 int QlClearWindow(Display *handle, Window w) {
     if (QlIsDisplay(handle)) return XClearWindow(handle, w);
-    QlPrinter *p = guarded(handle, "QlClearWindow");
+    QlPrinter *p = ql::Guarded(handle, "QlClearWindow");
     if (!p) return kBadValue;
     QlPageEject(handle);
     if (p->lastGC) p->lastGC->dirty = ql::gcbit::All;
@@ -182,7 +175,7 @@ int QlClearWindow(Display *handle, Window w) {
 int QlCopyArea(Display *handle, Drawable source, Drawable destination, GC gc, int sx, int sy, unsigned width,
                unsigned height, int dx, int dy) {
     if (QlIsDisplay(handle)) return XCopyArea(handle, source, destination, gc, sx, sy, width, height, dx, dy);
-    QlPrinter *p = guarded(handle, "QlCopyArea");
+    QlPrinter *p = ql::Guarded(handle, "QlCopyArea");
     if (!p) return kBadValue;
     if (destination == 0) {
         QlGC *g = _QlPrinterGC(gc, "QlCopyArea");

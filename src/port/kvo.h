@@ -63,4 +63,7 @@ namespace ql {
 // The path builder's worker: the same rules as _kvoCreatePathFromComponents,
 // into a string of its own size.
 std::string PathFromComponents(const char *dir, const char *subdir, const char *file);
+// Lower case, byte by byte, as font names and file names are compared.
+void LowerInPlace(char *s);
+std::string Lowered(const char *s);  // "" for null
 }  // namespace ql

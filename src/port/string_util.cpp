@@ -80,3 +80,17 @@ CLocale::~CLocale() {
 }
 
 }  // namespace ql
+
+namespace ql {
+
+void LowerInPlace(char *s) {
+    for (; s && *s; ++s) *s = static_cast<char>(Lower(*s));
+}
+
+std::string Lowered(const char *s) {
+    std::string out = s ? s : "";
+    LowerInPlace(out.data());
+    return out;
+}
+
+}  // namespace ql

@@ -25,11 +25,6 @@ int QlFontCacheCount = 0;
 
 namespace {
 
-std::string lowered(const char *s) {
-    std::string out = s ? s : "";
-    for (char &c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
 
 // The entry behind a font id of this printer, or null for an id the
 // printer never gave out.
@@ -77,7 +72,7 @@ Font QlLoadFont(Display *handle, const char *name) {
     if (QlIsDisplay(handle)) return XLoadFont(handle, name);
     QlPrinter *p = _QlAsPrinter(handle);
     if (!p || !name) return 0;
-    return driverOf(p)->LoadFont(p, lowered(name).c_str());
+    return driverOf(p)->LoadFont(p, ql::Lowered(name).c_str());
 }
 
 int QlUnloadFont(Display *handle, Font font) {
@@ -112,7 +107,7 @@ char **QlListFonts(Display *handle, const char *pattern, int maximum, int *count
     if (count) *count = 0;
     QlPrinter *p = _QlAsPrinter(handle);
     if (!p || !pattern) return nullptr;
-    return driverOf(p)->ListFonts(p, lowered(pattern).c_str(), maximum, count);
+    return driverOf(p)->ListFonts(p, ql::Lowered(pattern).c_str(), maximum, count);
 }
 
 int QlFreeFontNames(char **list) {

@@ -61,4 +61,21 @@ private:
     bool had_ = false;
 };
 
+// The build's configuration directory: font list, prolog, metric files.
+inline std::string BuildConfigDir() { return std::string(std::getenv("QL_BINARY_DIR")) + "/share/qualin"; }
+
+// A configuration directory of the test's own, named by QLPATH for the
+// object's life: the build's prolog (unless left out), its font list with
+// any extra lines, and its metric files.
+struct ConfigDir {
+    TempDir dir;
+    ScopedEnv qlpath{"QLPATH", dir.path().c_str()};
+    explicit ConfigDir(bool prolog = true, const std::string &extraFonts = "") {
+        const std::string data = BuildConfigDir();
+        if (prolog) WriteFile(dir / "qualin.prolog", ReadFile(data + "/qualin.prolog"));
+        WriteFile(dir / "psstd.fonts", ReadFile(data + "/psstd.fonts") + extraFonts);
+        std::filesystem::create_symlink(data + "/fontmetrics", dir / "fontmetrics");
+    }
+};
+
 }  // namespace qltest

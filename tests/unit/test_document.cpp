@@ -55,15 +55,8 @@ const char *kTestPPD = R"PPD(*PPD-Adobe: "4.3"
 
 // A configuration directory of its own: the shipped font list and prolog,
 // and a test PPD.
-struct Config {
-    TempDir dir;
-    ScopedEnv qlpath{"QLPATH", dir.path().c_str()};
-    explicit Config(bool prolog = true) {
-        std::string data = std::string(std::getenv("QL_SOURCE_DIR") ? std::getenv("QL_SOURCE_DIR") : ".") + "/data";
-        WriteFile(dir / "psstd.fonts", ReadFile(data + "/psstd.fonts"));
-        if (prolog) WriteFile(dir / "qualin.prolog", ReadFile(data + "/qualin.prolog"));
-        WriteFile(dir / "ppds/TestModel.PS", kTestPPD);
-    }
+struct Config : qltest::ConfigDir {
+    explicit Config(bool prolog = true) : ConfigDir(prolog) { WriteFile(dir / "ppds/TestModel.PS", kTestPPD); }
 };
 
 // Runs a document of `pages` empty pages into `out`.

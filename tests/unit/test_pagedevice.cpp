@@ -44,13 +44,8 @@ const char *kPPD = R"(*PPD-Adobe: "4.3"
 *ParamCustomPageSize Orientation: 5 int 0 3
 )";
 
-struct Config {
-    TempDir dir;
-    ScopedEnv qlpath{"QLPATH", dir.path().c_str()};
+struct Config : ConfigDir {
     Config() {
-        std::string data = std::string(std::getenv("QL_SOURCE_DIR")) + "/data";
-        WriteFile(dir / "qualin.prolog", ReadFile(data + "/qualin.prolog"));
-        WriteFile(dir / "psstd.fonts", ReadFile(data + "/psstd.fonts"));
         WriteFile(dir / "ppds/Pages.PS", kPPD);
         WriteFile(dir / "Qldefaults", "[CustomPageSizes]\nCard=288,432,18,18,270,414\nHuge=1200,1300,0,0,1200,1300\n");
         _QlSetQlProfile((dir / "Qldefaults").c_str(), (dir / "no-user-profile").c_str());

@@ -73,14 +73,9 @@ const char *kProfile = "[windows]\ndevice=LJ,PCL5,lp2\n\n"
 
 // A configuration directory with PPDs, a system profile and a user profile
 // (neither written yet), and the library pointed at them.
-struct Config {
-    TempDir dir;
-    ScopedEnv qlpath{"QLPATH", dir.path().c_str()};
+struct Config : ConfigDir {
     std::string system = dir / "Qldefaults", user = dir / "home/.Qldefaults";
     Config() {
-        std::string data = std::string(std::getenv("QL_SOURCE_DIR")) + "/data";
-        WriteFile(dir / "qualin.prolog", ReadFile(data + "/qualin.prolog"));
-        WriteFile(dir / "psstd.fonts", ReadFile(data + "/psstd.fonts"));
         WriteFile(dir / "ppds/LJ.PCL", "*PPD-Adobe: \"4.3\"\n");
         WriteFile(dir / "ppds/lower.ps", kPPD);  // found for the model "Lower"
         WriteFile(dir / "ppds/Office.PS", kPPD);

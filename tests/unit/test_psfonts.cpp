@@ -35,14 +35,8 @@ const char *kFaces[] = {"AvantGarde-Book", "AvantGarde-BookOblique", "AvantGarde
 
 // A printer that has all 35 faces resident, and a configuration with the
 // shipped font list, prolog and metrics.
-struct Config {
-    TempDir dir;
-    ScopedEnv qlpath{"QLPATH", dir.path().c_str()};
-    explicit Config(const std::string &extraFonts = "") {
-        const std::string data = original();
-        WriteFile(dir / "qualin.prolog", ReadFile(data + "/qualin.prolog"));
-        WriteFile(dir / "psstd.fonts", ReadFile(data + "/psstd.fonts") + extraFonts);
-        std::filesystem::create_symlink(data + "/fontmetrics", dir / "fontmetrics");
+struct Config : ConfigDir {
+    explicit Config(const std::string &extraFonts = "") : ConfigDir(true, extraFonts) {
         std::string ppd = "*PPD-Adobe: \"4.3\"\n*ModelName: \"Fonts\"\n*LanguageLevel: \"2\"\n"
                           "*DefaultImageableArea: Letter\n*ImageableArea Letter: \"18 18 594 774\"\n"
                           "*DefaultPaperDimension: Letter\n*PaperDimension Letter: \"612 792\"\n"
@@ -50,8 +44,6 @@ struct Config {
         for (const char *face : kFaces) ppd += std::string("*Font ") + face + ": Standard \"(001.000)\" Standard ROM\n";
         WriteFile(dir / "ppds/Fonts.PS", ppd);
     }
-    // The build's configuration directory.
-    static std::string original() { return std::string(std::getenv("QL_BINARY_DIR")) + "/share/qualin"; }
 };
 
 struct Printer {
@@ -260,7 +252,7 @@ TEST(PSFonts, SoftFontsAreDownloaded) {
     Config cfg("C059-Roman,-urw-c059-medium-r-normal--%d-%d-%d-%d-p-0-iso8859-1\n");
     WriteFile(cfg.dir / "pssoftfonts/C059-Roman", ReadFile(urw + "/C059-Roman.t1"));
     std::filesystem::remove(cfg.dir / "fontmetrics");
-    std::filesystem::copy(Config::original() + "/fontmetrics", cfg.dir / "fontmetrics",
+    std::filesystem::copy(BuildConfigDir() + "/fontmetrics", cfg.dir / "fontmetrics",
                           std::filesystem::copy_options::recursive);
     WriteFile(cfg.dir / "fontmetrics/afm/C059-Roman.afm", ReadFile(urw + "/C059-Roman.afm"));
     TempDir out;

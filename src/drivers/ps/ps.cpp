@@ -69,7 +69,7 @@ void readFontList(QlPrinter *p, FILE *f) {
         while (name && (*name == ' ' || *name == '\t')) ++name;
         while (pattern && (*pattern == ' ' || *pattern == '\t')) ++pattern;
         if (!name || !*name || !pattern || !*pattern) continue;
-        for (char *c = pattern; *c; ++c) *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+        ql::LowerInPlace(pattern);
         int kind;
         if (CheckAvailFonts(p, name)) kind = 0;
         else if (CheckSoftFonts(name, 0)) kind = 1;

@@ -187,12 +187,6 @@ int resolutionOf(QlPrinter *p) { return p->psPage ? geometry(p)->resolution : 30
 
 void copyText(char *dst, size_t size, const char *src) { std::snprintf(dst, size, "%s", src ? src : ""); }
 
-// A lower-case copy of a font name or pattern.
-std::string lowered(const char *s) {
-    std::string out = s ? s : "";
-    for (char &c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
 
 // Compiled patterns are freed by whoever asked for them.
 struct RegexpFree {
@@ -649,7 +643,7 @@ int FreeFont(QlPrinter *p, XFontStruct *fs) {
 
 int RegisterFont(QlPrinter *p, XPointer data, const char *name, QlFontLoader callback) {
     if (!name || !callback) return 0;
-    QlFontRec *f = MakePSFontEntry(p, lowered(name).c_str(), nullptr, 4);
+    QlFontRec *f = MakePSFontEntry(p, ql::Lowered(name).c_str(), nullptr, 4);
     if (!f) return 0;
     f->appCallback = callback;
     f->appData = data;
@@ -688,7 +682,7 @@ int DestroyRegisteredFont(QlPrinter *p, QlFontRec *entry, int mainList) {
 
 int FixUSLFont(QlPrinter *p, char *name, char *fixed, size_t fixedSize, int *pixel, int *point) {
     if (!name || std::strlen(name) < 2 || name[0] != '-') return 0;
-    for (char *c = name; *c; ++c) *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+    ql::LowerInPlace(name);
     char *fields = Qlstrnchr(name, '-', 7);
     if (!fields) return 0;
     int v[4];
