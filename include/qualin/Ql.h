@@ -397,6 +397,53 @@ QL_EXPORT double QlKernPairX(XFontStruct *font, int first, int second);
 QL_EXPORT double QlKernPairY(XFontStruct *font, int first, int second);
 QL_EXPORT double *QlKernPairXY(XFontStruct *font, int first, int second);
 
+/* Images and pixmaps.  On a printer a pixmap is an XImage in the
+   application's memory, and the Pixmap value is its address; drawable 0 is
+   the page. */
+QL_EXPORT XImage *QlCreateImage(Display *handle, Visual *visual, unsigned int depth, int format, int offset,
+                                char *data, unsigned int width, unsigned int height, int pad,
+                                int bytes_per_line);
+QL_EXPORT int QlDestroyImage(XImage *image);
+QL_EXPORT int QlPutImage(Display *handle, Drawable d, GC gc, XImage *image, int sx, int sy, int dx, int dy,
+                         unsigned int width, unsigned int height);
+QL_EXPORT int QlStretchPutImage(Display *handle, Drawable d, GC gc, XImage *image, int sx, int sy,
+                                unsigned int source_width, unsigned int source_height, int dx, int dy,
+                                unsigned int width, unsigned int height);
+QL_EXPORT XImage *QlGetImage(Display *handle, Drawable d, int x, int y, unsigned int width, unsigned int height,
+                             unsigned long plane_mask, int format);
+QL_EXPORT XImage *QlGetSubImage(Display *handle, Drawable d, int x, int y, unsigned int width,
+                                unsigned int height, unsigned long plane_mask, int format, XImage *dest,
+                                int dx, int dy);
+QL_EXPORT XImage *QlSubImage(XImage *image, int x, int y, unsigned int width, unsigned int height);
+QL_EXPORT unsigned long QlGetPixel(XImage *image, int x, int y);
+QL_EXPORT int QlPutPixel(XImage *image, int x, int y, unsigned long pixel);
+QL_EXPORT int QlAddPixel(XImage *image, long value);
+QL_EXPORT Pixmap QlCreatePixmap(Display *handle, Drawable d, unsigned int width, unsigned int height,
+                                unsigned int depth);
+QL_EXPORT int QlFreePixmap(Display *handle, Pixmap pixmap);
+QL_EXPORT Status QlQueryBestSize(Display *handle, int class_, Drawable d, unsigned int width,
+                                 unsigned int height, unsigned int *width_return, unsigned int *height_return);
+QL_EXPORT int QlExtIsShmImage(Display *handle, XImage *image);
+QL_EXPORT int QlExtSetShmUsage(Display *handle, int use);
+
+/* Encapsulated PostScript placed on a page of a PostScript document. */
+typedef struct {
+    char *title;        /* text behind "%%Title:", with its leading blank */
+    char *creator;      /* the same for "%%Creator:" */
+    char *creationDate; /* the same for "%%CreationDate:" */
+    double *boundingBox; /* llx, lly, urx, ury in dots */
+} QlEPSInfo;
+
+typedef struct {
+    char *data; /* the preview's bytes */
+    int width, height, depth, lines;
+} QlEPSPreview;
+
+/* parameters: x, y in dots, x scale, y scale, rotation in degrees. */
+QL_EXPORT QlEPSInfo *QlEPS_Put(Display *printer, FILE *file, double *parameters);
+QL_EXPORT double *QlEPS_GetBoundingBox(Display *printer, FILE *file);
+QL_EXPORT QlEPSPreview *QlEPS_GetPreview(FILE *file);
+
 /* Errors and messages. */
 QL_EXPORT int QlErrorHandler(QlErrorRecord *record);
 QL_EXPORT void QlSetErrorHandler(QlErrorHandlerProc handler);

@@ -126,4 +126,9 @@ void ResetFontDownloads(QlPrinter *);
 void CleanPrinter(QlPrinter *);
 void PS2CleanTileCache(QlPrinter *);
 
+// The pattern cache of tiles (level 2): 1 when the tile was cached and its
+// definition is taken back.
+int PS2CheckDeleteCacheTile(QlPrinter *, XImage *tile);
+int PS2CheckDeleteCacheTileGlobal(XImage *tile);
+
 }  // namespace ps

@@ -812,6 +812,8 @@ void ResetFontDownloads(QlPrinter *p) {
 }
 
 void PS2CleanTileCache(QlPrinter *) {}
+int PS2CheckDeleteCacheTile(QlPrinter *, XImage *) { return 0; }
+int PS2CheckDeleteCacheTileGlobal(XImage *) { return 0; }
 
 void CleanPrinter(QlPrinter *p) {
     FreePageData(p);
