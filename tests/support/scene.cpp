@@ -205,11 +205,63 @@ void DrawPrimitives(Display *h, Drawable d, std::vector<SceneCell> &cells) {
   });
 }
 
+// One face in two names: the printer's font list and the X server's Type 1
+// directory, which holds the same outlines under the foundry's names.
+struct TwinFace {
+  const char *printer, *screen;
+};
+// A printer without a PPD has 21 resident faces; twelve of them here.
+constexpr TwinFace kTwinFaces[] = {
+    {"-adobe-helvetica-medium-r-normal--%d-*-*-*-p-0-iso8859-1", "-urw-nimbus sans l-regular-r-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-helvetica-bold-r-normal--%d-*-*-*-p-0-iso8859-1", "-urw-nimbus sans l-bold-r-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-helvetica-medium-o-normal--%d-*-*-*-p-0-iso8859-1", "-urw-nimbus sans l-regular-i-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-times-medium-r-normal--%d-*-*-*-p-0-iso8859-1", "-urw-nimbus roman no9 l-regular-r-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-times-medium-i-normal--%d-*-*-*-p-0-iso8859-1", "-urw-nimbus roman no9 l-regular-i-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-times-bold-r-normal--%d-*-*-*-p-0-iso8859-1", "-urw-nimbus roman no9 l-medium-r-normal-medium-%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-courier-medium-r-normal--%d-*-*-*-m-0-iso8859-1", "-urw-nimbus mono l-regular-r-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-courier-bold-o-normal--%d-*-*-*-m-0-iso8859-1", "-urw-nimbus mono l-bold-o-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-new century schoolbook-medium-r-normal--%d-*-*-*-p-0-iso8859-1", "-urw-century schoolbook l-regular-r-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-new century schoolbook-medium-i-normal--%d-*-*-*-p-0-iso8859-1", "-urw-century schoolbook l-medium-i-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-bookman-light-r-normal--%d-*-*-*-p-0-iso8859-1", "-urw-urw bookman l-light-r-normal--%d-0-0-0-p-0-iso8859-1"},
+    {"-adobe-bookman-demi-i-normal--%d-*-*-*-p-0-iso8859-1", "-urw-urw bookman l-demibold-i-normal--%d-0-0-0-p-0-iso8859-1"},
+};
+constexpr int kTextPixels = 40;
+
+void DrawText(Display *h, Drawable d, std::vector<SceneCell> &cells) {
+  GC bg = QlCreateGC(h, d, 0, nullptr);
+  QlSetForeground(h, bg, Named(h, "white"));
+  QlFillRectangle(h, d, bg, 0, 0, 6 * kCell, 2 * kCell);
+  QlFreeGC(h, bg);
+  Painter p{h, d, cells};
+  // Every glyph stands at its own origin on a grid, so that the screen's
+  // whole-pixel advances don't add up along a line: what is compared is
+  // each glyph's outline and where its origin puts it.
+  static const char *const kLines[] = {"AVWag", "fi&Q7", "\xe9\xdf\xe6\xd8?", "yjp{@"};
+  for (const TwinFace &face : kTwinFaces) {
+    char name[160];
+    std::snprintf(name, sizeof name, QlIsDisplay(h) ? face.screen : face.printer, kTextPixels);
+    p.cell(name, [&](GC gc, int x, int y) {
+      XFontStruct *font = QlLoadQueryFont(h, name);
+      if (!font) {
+        ADD_FAILURE() << "no font " << name;
+        return;
+      }
+      QlSetFont(h, gc, font->fid);
+      for (int row = 0; row < 4; ++row)
+        for (int i = 0; i < 5; ++i)
+          QlDrawString(h, d, gc, x + 6 + 36 * i, y + 42 + 46 * row, kLines[row] + i, 1);
+      QlFreeFont(h, font);
+    });
+  }
+}
+
 }  // namespace
 
 Scene PrimitivesScene() { return {6 * kCell, 4 * kCell, DrawPrimitives}; }
+Scene TextScene() { return {6 * kCell, 2 * kCell, DrawText}; }
 
-SceneResult CompareScreenAndPaper(const std::string &name, const Scene &scene, const std::vector<Rect> &ignore) {
+SceneResult CompareScreenAndPaper(const std::string &name, const Scene &scene, const std::vector<Rect> &ignore,
+                                   int tolerance, long strays) {
   SceneResult result;
   Display *dpy = OpenTestDisplay();
   if (!dpy) {
@@ -278,8 +330,8 @@ SceneResult CompareScreenAndPaper(const std::string &name, const Scene &scene, c
     Raster a = Crop(screen, c.x, c.y, c.w, c.h), b = Crop(*paper, c.x, c.y, c.w, c.h);
     std::vector<Rect> local;
     for (const Rect &r : ignore) local.push_back({r.x - c.x, r.y - c.y, r.w, r.h, r.reason});
-    RasterDiff diff = CompareRasters(a, b, 1, 2, local);
-    if (diff.differing > 0) {
+    RasterDiff diff = CompareRasters(a, b, tolerance, 2, local);
+    if (diff.differing > strays) {
       result.ok = false;
       report << "cell \"" << c.name << "\" at " << c.x << "," << c.y << ": " << diff.differing
              << " pixels differ";
@@ -287,7 +339,7 @@ SceneResult CompareScreenAndPaper(const std::string &name, const Scene &scene, c
       report << "\n";
     }
   }
-  RasterDiff whole = CompareRasters(screen, *paper, 1, 2, ignore);
+  RasterDiff whole = CompareRasters(screen, *paper, tolerance, 2, ignore);
   WritePng(base + "-side-by-side.png", SideBySide(screen, *paper, whole.diff));
   WritePng(base + "-difference.png", whole.diff);
   result.pictures = base + "-side-by-side.png, " + base + "-difference.png";

@@ -31,6 +31,11 @@ struct Scene {
 // fill rules and in relative coordinates; points; clip rectangles; colours.
 Scene PrimitivesScene();
 
+// Glyphs of twelve standard faces at 40 pixels, each on a grid of its own
+// origins, named on the screen after the X server's Type 1 twins of the
+// printer's faces.
+Scene TextScene();
+
 // What comparing a scene's two pictures found.
 struct SceneResult {
   bool ok = false;
@@ -40,11 +45,13 @@ struct SceneResult {
 
 // Draws `scene` on an Xvfb pixmap and on a PostScript printer at 300 dpi
 // (Letter, printable area from 75, 75), renders the document with
-// Ghostscript and compares the rasters with a 1-pixel tolerance, leaving
+// Ghostscript and compares the rasters, by default with a 1-pixel tolerance, leaving
 // PNG files named after `name` in ArtifactDir().  `ignore` names areas where
 // the two imaging models differ by design, each with its reason.
 struct Rect;
+// `tolerance` is the displacement in pixels that the comparison forgives,
+// `strays` the number of pixels per cell that may differ all the same.
 SceneResult CompareScreenAndPaper(const std::string &name, const Scene &scene,
-                                  const std::vector<Rect> &ignore = {});
+                                  const std::vector<Rect> &ignore = {}, int tolerance = 1, long strays = 0);
 
 }  // namespace qltest

@@ -14,6 +14,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -133,6 +136,37 @@ TEST(PrinterKerning, PairsInEitherOrderByFirstCharacter) {
     f.ext[1].next = nullptr;  // no third record
     EXPECT_EQ(QlKernPairX(&f.fs, 'A', 'V'), 0.0);
     EXPECT_EQ(QlKernPairXY(&f.fs, 'A', 'V'), nullptr);
+}
+
+// The pairs of real fonts, read from their metric files by this test's own
+// reading of the KPX lines, at the size the font was loaded at.  (Pairs are
+// found by the first letters of their glyph names, so a pair such as "P A"
+// meets "A Phi" first in these fonts, which also name Greek glyphs.)
+TEST(PrinterKerning, RealFontsKernAsTheirMetricFilesSay) {
+    Display *p = QlVaOpenPrinter(nullptr, "cat >/dev/null", "PostScript", 0);
+    ASSERT_NE(p, nullptr);
+    for (const char *face : {"Helvetica", "Times-Roman"}) {
+        std::map<std::string, int> kpx;
+        std::ifstream afm(qltest::BuildConfigDir() + "/fontmetrics/afm/" + face + ".afm");
+        for (std::string line; std::getline(afm, line);) {
+            std::istringstream in(line);
+            std::string key, a, b;
+            int amount = 0;
+            if (in >> key >> a >> b >> amount && key == "KPX") kpx.emplace(a + " " + b, amount);
+        }
+        ASSERT_GT(kpx.size(), 100u) << face;
+        const std::string name = std::string("-adobe-") + (face[0] == 'H' ? "helvetica" : "times") +
+                                 "-medium-r-normal--50-*-*-*-p-0-iso8859-1";
+        XFontStruct *fs = QlLoadQueryFont(p, name.c_str());
+        ASSERT_NE(fs, nullptr) << name;
+        for (const char *pair : {"A V", "F A", "L T", "T o", "Y o"}) {
+            ASSERT_TRUE(kpx.count(pair)) << face << " " << pair;
+            EXPECT_DOUBLE_EQ(QlKernPairX(fs, pair[0], pair[2]), kpx[pair] * 50 / 1000.0) << face << " " << pair;
+            EXPECT_EQ(QlKernPairY(fs, pair[0], pair[2]), 0.0);
+        }
+        QlFreeFont(p, fs);
+    }
+    QlClosePrinter(p);
 }
 
 // The destination as the call leaves it ('.' where nothing was written),
