@@ -41,11 +41,16 @@ struct Painter {
   }
 };
 
-void DrawPrimitives(Display *h, Drawable d, std::vector<SceneCell> &cells) {
+// A white ground under `rows` rows of cells.
+void Whiten(Display *h, Drawable d, int rows) {
   GC bg = QlCreateGC(h, d, 0, nullptr);
   QlSetForeground(h, bg, Named(h, "white"));
-  QlFillRectangle(h, d, bg, 0, 0, 6 * kCell, 5 * kCell);
+  QlFillRectangle(h, d, bg, 0, 0, 6 * kCell, static_cast<unsigned>(rows * kCell));
   QlFreeGC(h, bg);
+}
+
+void DrawPrimitives(Display *h, Drawable d, std::vector<SceneCell> &cells) {
+  Whiten(h, d, 5);
   Painter p{h, d, cells};
   const int caps[] = {CapButt, CapRound, CapProjecting};
   const int joins[] = {JoinMiter, JoinRound, JoinBevel};
@@ -228,10 +233,7 @@ constexpr TwinFace kTwinFaces[] = {
 constexpr int kTextPixels = 40;
 
 void DrawText(Display *h, Drawable d, std::vector<SceneCell> &cells) {
-  GC bg = QlCreateGC(h, d, 0, nullptr);
-  QlSetForeground(h, bg, Named(h, "white"));
-  QlFillRectangle(h, d, bg, 0, 0, 6 * kCell, 2 * kCell);
-  QlFreeGC(h, bg);
+  Whiten(h, d, 2);
   Painter p{h, d, cells};
   // Every glyph stands at its own origin on a grid, so that the screen's
   // whole-pixel advances don't add up along a line: what is compared is
