@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace ql {
@@ -15,6 +16,10 @@ namespace ql {
 // Two lower-case hexadecimal digits per byte, as "%.2x" writes them.
 void PutHex(FILE *stream, std::span<const uint8_t> bytes);
 void PutHex(FILE *stream, uint8_t byte);
+
+// One ASCII85 group: the four bytes read big-endian, "z" for a whole group
+// of zeros, otherwise n + 1 digits (5 for a whole group).
+void Ascii85Output(FILE *stream, const uint8_t (&group)[4], int n);
 
 // ASCII85 text in groups of four bytes: "z" for a whole group of zeros, a
 // newline after every 64 bytes taken in, and "~>\n" at the end.
@@ -49,8 +54,9 @@ public:
 
 private:
     void Flush();
+    void Begin(uint8_t byte);
     Ascii85Writer &out_;
-    int state_ = 0;
+    int state_ = 0;  // 0 nothing held, 1 one byte, 2 a literal run, 3 a repeat
     int count_ = 0;
     uint8_t last_ = 0;
     uint8_t buf_[256] = {};
@@ -59,7 +65,9 @@ private:
 // The row delta form: each row is the number of changed stretches as 4
 // hexadecimal digits, then per stretch its offset (4 digits), its length
 // (2 digits, at most 255) and its bytes, against the row before.  The first
-// row is sent whole, in stretches of at most 255 bytes.
+// row is sent whole, in stretches of at most 255 bytes.  A row's text is
+// made in memory, so that its count can go first: the stream need not be
+// seekable.
 class RowDeltaWriter {
 public:
     // A new image with rows of `rowSize` bytes; nothing is written.
@@ -70,11 +78,15 @@ public:
     void EndRow();
 
 private:
+    void Segment(size_t offset, size_t length);
     FILE *stream_ = nullptr;
-    int width_ = 0;
+    size_t width_ = 0;
     bool firstRow_ = true;
     std::vector<uint8_t> row_, previous_;
     size_t count_ = 0;
+    std::string text_;
+    int segments_ = 0;
+    unsigned long column_ = 0;
 };
 
 }  // namespace ql

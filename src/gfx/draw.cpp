@@ -4,6 +4,7 @@
 #include "drivers/ps/ps.h"
 #include "gfx/dispatch.h"
 #include "gfx/gc.h"
+#include "gfx/image.h"
 
 #include <X11/Xutil.h>
 
@@ -185,21 +186,9 @@ int QlCopyArea(Display *handle, Drawable source, Drawable destination, GC gc, in
         _QlResetLocale();
         return rc;
     }
-    // Pixmap to pixmap: both are images in memory.  Only the part that
-    // lies inside both images is copied, as X clips to the drawables.
+    // Pixmap to pixmap: both are images in memory.
     auto *src = reinterpret_cast<XImage *>(source);
-    auto *dst = reinterpret_cast<XImage *>(destination);
-    if (!src) return 0;
-    for (long i = 0; i < static_cast<long>(width); ++i) {
-        long fx = sx + i, tx = dx + i;
-        if (fx < 0 || fx >= src->width || tx < 0 || tx >= dst->width) continue;
-        for (long j = 0; j < static_cast<long>(height); ++j) {
-            long fy = sy + j, ty = dy + j;
-            if (fy < 0 || fy >= src->height || ty < 0 || ty >= dst->height) continue;
-            XPutPixel(dst, static_cast<int>(tx), static_cast<int>(ty),
-                      XGetPixel(src, static_cast<int>(fx), static_cast<int>(fy)));
-        }
-    }
+    if (src) _QlCopyPixels(src, sx, sy, reinterpret_cast<XImage *>(destination), dx, dy, width, height, ~0UL);
     return 0;
 }
 

@@ -362,13 +362,14 @@ int QlSetTile(Display *handle, GC gc, Pixmap tile) {
     return 0;
 }
 
-// A stipple is kept in the tile field: the driver prints it as a tile.
+// The stipple has its own field beside the tile, as in X, so that a GC
+// that holds both paints with the one its fill style names.
 int QlSetStipple(Display *handle, GC gc, Pixmap stipple) {
     if (QlIsDisplay(handle)) return XSetStipple(handle, gc, stipple);
     Target t = target(handle, gc, "QlSetStipple");
     if (t.error) return t.error;
-    t.gc->values.tile = stipple;
-    t.gc->dirty |= GCTile;
+    t.gc->values.stipple = stipple;
+    t.gc->dirty |= GCStipple;
     return 0;
 }
 

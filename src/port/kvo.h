@@ -58,6 +58,16 @@ int _kvoValidFilename(const char *name, int wildcardsOk);
 char *_kvoConvertPathCase(const char *path);  // malloc'ed
 int GetNextSubPath(char **cursor, char *out);
 
+// Xlib's image calls, for the front end's display form.
+#include <X11/Xlib.h>
+XImage *_QlXCreateImage(Display *display, Visual *visual, unsigned depth, int format, int offset, char *data,
+                        unsigned width, unsigned height, int pad, int bytesPerLine);
+int _QlXDestroyImage(XImage *image);
+int _QlXPutImage(Display *display, Drawable d, GC gc, XImage *image, int sx, int sy, int dx, int dy,
+                 unsigned width, unsigned height);
+XImage *_QlXGetImage(Display *display, Drawable d, int x, int y, unsigned width, unsigned height,
+                     unsigned long planeMask, int format);
+
 #include <string>
 namespace ql {
 // The path builder's worker: the same rules as _kvoCreatePathFromComponents,

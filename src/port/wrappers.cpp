@@ -80,6 +80,25 @@ int _kvo_getpwnam_r(const char *name, struct passwd *pwd, char *buf, size_t bufl
   return getpwnam_r(name, pwd, buf, buflen, result);
 }
 
+// Xlib's image calls.  Destroying goes through the image's own function,
+// as XDestroyImage does.
+XImage *_QlXCreateImage(Display *display, Visual *visual, unsigned depth, int format, int offset, char *data,
+                        unsigned width, unsigned height, int pad, int bytesPerLine) {
+  return XCreateImage(display, visual, depth, format, offset, data, width, height, pad, bytesPerLine);
+}
+
+int _QlXDestroyImage(XImage *image) { return image && image->f.destroy_image ? image->f.destroy_image(image) : 0; }
+
+int _QlXPutImage(Display *display, Drawable d, GC gc, XImage *image, int sx, int sy, int dx, int dy,
+                 unsigned width, unsigned height) {
+  return XPutImage(display, d, gc, image, sx, sy, dx, dy, width, height);
+}
+
+XImage *_QlXGetImage(Display *display, Drawable d, int x, int y, unsigned width, unsigned height,
+                     unsigned long planeMask, int format) {
+  return XGetImage(display, d, x, y, width, height, planeMask, format);
+}
+
 // ---------------------------------------------------------------------------
 // Open directory list. Each open directory has a record holding the name of
 // the entry last read from it; _kvo_readdir hands out a pointer to that name.

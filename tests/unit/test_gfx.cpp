@@ -62,8 +62,10 @@ TEST(PrinterGC, DefaultsAndDirtyBits) {
     EXPECT_EQ(QlSetSubwindowMode(pr.d, gc, IncludeInferiors), 0);
     EXPECT_EQ(messages.indices, (std::vector<int>{wNotSupport, wNotSupport, wNotSupport}));
     EXPECT_EQ(g->dirty, 4096u | 8192u | 2u | 32768u);
+    QlSetTile(pr.d, gc, 98);
     EXPECT_EQ(QlSetStipple(pr.d, gc, 99), 0);
-    EXPECT_EQ(g->values.tile, 99u);  // a stipple lives in the tile field
+    EXPECT_EQ(g->values.tile, 98u);  // the tile stays beside the stipple
+    EXPECT_EQ(g->values.stipple, 99u);
 
     // XSetState's order: foreground, background, function, plane mask.
     EXPECT_EQ(QlSetState(pr.d, gc, 1, 0, GXxor, 5), 0);

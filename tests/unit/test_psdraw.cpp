@@ -165,15 +165,16 @@ TEST(PSMarks, DashesAndStyles) {
     QlDrawLine(page.d, 0, page.gc, 0, 0, 1, 0);
     EXPECT_NE(page.since().find("0 sc\n"), std::string::npos);
 
-    // An opaque stipple becomes the GC's tile.
+    // An opaque stipple paints without changing the GC's own values.
     auto *g = reinterpret_cast<QlGC *>(page.gc);
     QlSetFillStyle(page.d, page.gc, FillOpaqueStippled);
-    v.stipple = 77;
-    QlChangeGC(page.d, page.gc, GCStipple, &v);
+    Pixmap stipple = QlCreatePixmap(page.d, 0, 8, 8, 1);
+    QlSetStipple(page.d, page.gc, stipple);
     QlDrawLine(page.d, 0, page.gc, 0, 0, 1, 0);
-    EXPECT_EQ(g->values.fill_style, FillTiled);
-    EXPECT_EQ(g->values.tile, 77u);
-    EXPECT_EQ(g->values.stipple, 0u);
+    EXPECT_EQ(g->values.fill_style, FillOpaqueStippled);
+    EXPECT_EQ(g->values.stipple, stipple);
+    QlSetFillStyle(page.d, page.gc, FillSolid);
+    QlFreePixmap(page.d, stipple);
 
     // Double dashes: the gaps in the background, then the dashes.
     QlSetFillStyle(page.d, page.gc, FillSolid);

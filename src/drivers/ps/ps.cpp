@@ -907,11 +907,109 @@ int DrawString16(QlPrinter *p, Drawable, QlGC *, int, int, const XChar2b *, int)
     return 0;
 }
 
+// Images.  Inside the image's frame one unit is one dot, so that an image
+// pixel covers a device dot at the printer's resolution.
+
+namespace {
+
+// Sizes beyond what a page could hold are cut, so that no arithmetic on
+// them overflows.
+constexpr long kLargestImageSide = 1L << 24;
+
+int side(unsigned v) { return static_cast<int>(std::min<long>(v, kLargestImageSide)); }
+
+// The image's rows: a bitmap put in the GC's colours, a bitmap of bits, or
+// bytes of greys or colours.
+void writeImage(QlPrinter *p, QlGC *gc, XImage *image, int sx, int sy, int w, int h,
+                bool bitmapInColours = false) {
+    const bool bitmap = image->depth < 2;
+    const bool inColours = bitmap && (bitmapInColours || image->format != ZPixmap);
+    if (inColours) StartBitmapMask(p, gc, w, h);
+    else StartImage(p, image, w, h);
+    if (bitmap) DumpBitmap(p, gc, p->stream, image, 1, sx, sy, w, h, 0, p->bitmapCompression);
+    else DumpArea(p, p->stream, image, sx, sy, w, h, p->bitmapCompression, 1);
+    EndImage(p);
+}
+
+// Puts the part of the source rectangle that lies in the image, as a
+// display does, one image pixel to a dot.
+int placeImage(QlPrinter *p, QlGC *gc, XImage *image, int sx, int sy, int dx, int dy, unsigned width,
+               unsigned height, bool copy) {
+    if (!image || !gc) return 0;
+    // As on a display, only the part of the source rectangle that lies in
+    // the image is drawn.
+    long x = sx, y = sy, X = dx, Y = dy, w = side(width), h = side(height);
+    if (x < 0) {
+        w += x;
+        X -= x;
+        x = 0;
+    }
+    if (y < 0) {
+        h += y;
+        Y -= y;
+        y = 0;
+    }
+    w = std::min(w, image->width - x);
+    h = std::min(h, image->height - y);
+    if (w <= 0 || h <= 0) return 0;
+    const int ox = clampToInt(X), oy = clampToInt(Y);
+    PSCheckPage(p);
+    PSFlushGC(p, gc, GCClipMask);
+    FILE *s = p->stream;
+    if (p->debugComments) {
+        if (copy) put(s, "%% CopyArea %d %d\n", dx, dy);
+        else write(s, "%% PutImage\n");
+    }
+    const double k = unitsPerDot(p);
+    put(s, "gs\n%.2f %.2f sl\n", k, k);
+    put(s, "%d %d tl\n", ox, oy);
+    RenewBoundingBox(p, ox * k, oy * k, (ox + w) * k, (oy + h) * k);
+    writeImage(p, gc, image, static_cast<int>(x), static_cast<int>(y), static_cast<int>(w), static_cast<int>(h),
+               copy);
+    write(s, "gr\n");
+    if (!copy) RenewBoundingBox(p, ox * k, oy * k, (ox + w) * k, (oy + h) * k);
+    return 0;
+}
+
+}  // namespace
+
+int PutImage(QlPrinter *p, QlGC *gc, XImage *image, int sx, int sy, int dx, int dy, unsigned width,
+             unsigned height) {
+    return placeImage(p, gc, image, sx, sy, dx, dy, width, height, false);
+}
+
+// A pixmap onto the page.  A bitmap source paints in the GC's colours, as
+// QlCopyPlane, the one call that copies a bitmap to a deeper drawable, does
+// on a display.
+int CopyArea(QlPrinter *p, QlGC *gc, Drawable source, int sx, int sy, unsigned width, unsigned height, int dx,
+             int dy) {
+    return placeImage(p, gc, reinterpret_cast<XImage *>(source), sx, sy, dx, dy, width, height, true);
+}
+
+int StretchPutImage(QlPrinter *p, QlGC *gc, XImage *image, int sx, int sy, unsigned sw, unsigned sh, int dx,
+                    int dy, unsigned dw, unsigned dh) {
+    if (sw == 0 || sh == 0 || dw == 0 || dh == 0) return 1;
+    if (!image || !gc) return 0;
+    const int w = side(sw), h = side(sh);
+    const double rx = static_cast<double>(dw) / sw, ry = static_cast<double>(dh) / sh;
+    PSCheckPage(p);
+    PSFlushGC(p, gc, GCClipMask);
+    FILE *s = p->stream;
+    if (p->debugComments) write(s, "%% PutImage\n");
+    const double k = unitsPerDot(p);
+    put(s, "gs\n%.4f %.4f sl\n", k * rx, k * ry);
+    put(s, "%.4f %.4f tl\n", dx / rx, dy / ry);
+    writeImage(p, gc, image, sx, sy, w, h);
+    write(s, "gr\n");
+    RenewBoundingBox(p, dx * k, dy * k, (dx + static_cast<double>(dw)) * k, (dy + static_cast<double>(dh)) * k);
+    return 0;
+}
+
 const QlDrawDriver PSDriver = {
     .OpenPrinter = OpenPrinter,
     .ClosePrinter = ClosePrinter,
     .ClearArea = ClearArea,
-    .CopyArea = QL_NOT_SUPPORTED(QlDrawDriver, CopyArea, 2),
+    .CopyArea = CopyArea,
     .DrawArc = DrawArc,
     .DrawLine = DrawLine,
     .DrawLines = DrawLines,
@@ -925,12 +1023,12 @@ const QlDrawDriver PSDriver = {
     .FreeFont = FreeFont,
     .ListFonts = ListFonts,
     .LoadFont = LoadFont,
-    .PutImage = QL_NOT_SUPPORTED(QlDrawDriver, PutImage, 2),
+    .PutImage = PutImage,
     .QueryFont = QueryFont,
     .UnloadFont = UnloadFont,
     .DrawRotString = DrawRotString,
     .DrawRotImageString = DrawRotImageString,
-    .StretchPutImage = QL_NOT_SUPPORTED(QlDrawDriver, StretchPutImage, 2),
+    .StretchPutImage = StretchPutImage,
     .RegisterFont = RegisterFont,
     .DestroyRegisteredFont = DestroyRegisteredFont,
 };

@@ -5,6 +5,7 @@
 #include "core/driver.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <string_view>
 
 struct regexp;
@@ -97,7 +98,6 @@ void WriteDashes(QlPrinter *, QlGC *, double offsetDots, bool threeDecimals);
 void WriteStroke(QlPrinter *, QlGC *, std::string_view end);
 // Tile and font state: true when written.
 bool WriteTile(QlPrinter *, QlGC *);
-bool SetTilePaint(QlPrinter *, QlGC *);
 bool WriteFont(QlPrinter *, QlGC *);
 // Keeps marks inside the printable area (pspd.cpp).
 void PageSizeClip(QlPrinter *);
@@ -124,11 +124,68 @@ void QlRecodeISO(QlPrinter *, QlFontRec *font);
 void ResetEncodingCache(QlPrinter *);
 void ResetFontDownloads(QlPrinter *);
 void CleanPrinter(QlPrinter *);
-void PS2CleanTileCache(QlPrinter *);
 
-// The pattern cache of tiles (level 2): 1 when the tile was cached and its
-// definition is taken back.
+// Images (ps_support.cpp).  The image operators of a document: hexadecimal
+// rows, or compressed (level 2: PackBits runs in ASCII85; level 1: rows
+// as changes against the row before, read back by the prolog's imdecode).
+// One image at a time is in progress in the whole process.
+int CalculateEightFactor(int width);
+void StartImage(QlPrinter *, XImage *, int width, int height);
+// The head of a bitmap painted in a GC's colours: its background over the
+// whole area, then the set bits in its foreground through imagemask.  The
+// data follows from DumpBitmap with isPut set; EndImage closes it.
+void StartBitmapMask(QlPrinter *, QlGC *, int width, int height);
+// The data source of an imagemask in operand form, for rows of `rowBytes`.
+void WriteMaskSource(QlPrinter *, int rowBytes);
+void EndImage(QlPrinter *);
+int DumpBitmap(QlPrinter *, QlGC *, FILE *, XImage *, int isPut, int x, int y, int width, int height, int invert,
+               int compression);
+int DumpArea(QlPrinter *, FILE *, XImage *, int x, int y, int width, int height, int compression, int indexed);
+void _Ql_ps_init_compress(QlPrinter *, int size);
+void start_compressed_row();
+void add_data_to_row(QlPrinter *, FILE *, int size, int byte);
+void end_compressed_row(QlPrinter *, FILE *);
+void flush_compressed_data(QlPrinter *, FILE *);
+// mode 0 starts a text, 1 adds a byte, 2 ends the text.
+void ASCII85_Encode(FILE *, int byte, int mode);
+void ASCII85_Output(FILE *, const unsigned char (&group)[4], int n);
+
+// Image slots (ps.cpp, pspd.cpp).
+int CopyArea(QlPrinter *, QlGC *, Drawable source, int sx, int sy, unsigned width, unsigned height, int dx, int dy);
+int PutImage(QlPrinter *, QlGC *, XImage *, int sx, int sy, int dx, int dy, unsigned width, unsigned height);
+int StretchPutImage(QlPrinter *, QlGC *, XImage *, int sx, int sy, unsigned sw, unsigned sh, int dx, int dy,
+                    unsigned dw, unsigned dh);
+int PutBitmapTrans(QlPrinter *, XImage *, int invert, int sx, int sy, int dx, int dy, unsigned width,
+                   unsigned height);
+int PutBitmapTrans(QlPrinter *, XImage *, int sx, int sy, int dx, int dy, unsigned width, unsigned height);
+
+// The pattern cache (level 2).  A tile, or a stipple, becomes a pattern
+// defined once in a page and selected by name ("tile-<n>", n a number of
+// the printer's that stays with the image and what it paints); the cache
+// keeps the sixteen-odd newest and takes the oldest back when it grows.
+// A pattern is keyed by its image, how it paints (the tile's own pixels,
+// the set bits of a stipple in the current colour, or a stipple in the
+// GC's two colours) and its origin.
+struct PS2PatternKey {
+    enum Kind : int { Tile, Stipple, OpaqueStipple };
+    XImage *image = nullptr;
+    int kind = Tile;
+    unsigned long foreground = 0, background = 0;
+    int x = 0, y = 0;
+    bool operator==(const PS2PatternKey &) const = default;
+};
+struct PS2TileNode;
+void PS2MakePattern(QlPrinter *, QlGC *, XImage *tile);
+int PS2SetPattern(QlPrinter *, QlGC *);
+PS2TileNode *PS2MatchTileToCache(QlPrinter *, const PS2PatternKey &);
+void PS2AddTile(QlPrinter *, const PS2PatternKey &);
+void PS2CleanLRUTileCache(QlPrinter *);
+void PS2DumpTile(QlPrinter *, QlGC *, XImage *tile);
+void PS2CleanTileCache(QlPrinter *);
+// 1 when the tile was cached and its definition is taken back.
 int PS2CheckDeleteCacheTile(QlPrinter *, XImage *tile);
 int PS2CheckDeleteCacheTileGlobal(XImage *tile);
+// The page's save has gone: nothing it defined is in the document now.
+void PS2PageDefinitionsLost(QlPrinter *);
 
 }  // namespace ps

@@ -1,6 +1,7 @@
 // The PostScript driver's built-in prolog and its font and tile helpers.
 #include "drivers/ps/ps.h"
 
+#include "core/encode.h"
 #include "core/out.h"
 #include "gfx/colour.h"
 #include "gfx/gc.h"
@@ -13,11 +14,21 @@
 #include "text/font.h"
 #include "text/regexp.h"
 
+#include "drivers/pcl5/raster.h"
+
+#include <X11/Xutil.h>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
+#include <limits>
+#include <map>
 #include <memory>
+#include <new>
+#include <optional>
+#include <tuple>
 #include <vector>
 #include <cstdlib>
 #include <cstring>
@@ -809,11 +820,9 @@ void ResetEncodingCache(QlPrinter *p) {
 void ResetFontDownloads(QlPrinter *p) {
     for (QlFontRec *f = p->fonts; f; f = f->next)
         if (f->loadState && f->fontType) *f->loadState = *f->fontType;
+    // The same restore takes the page's patterns with it.
+    PS2PageDefinitionsLost(p);
 }
-
-void PS2CleanTileCache(QlPrinter *) {}
-int PS2CheckDeleteCacheTile(QlPrinter *, XImage *) { return 0; }
-int PS2CheckDeleteCacheTileGlobal(XImage *) { return 0; }
 
 void CleanPrinter(QlPrinter *p) {
     FreePageData(p);
@@ -841,44 +850,58 @@ double unitsPerDot(QlPrinter *p) { return 72.0 / geometry(p)->resolution; }
 // A colour level of 0 to 1 whose 8-bit value is `level255`.  One decimal
 // where that says the level exactly, more where it doesn't, so that the
 // colour on paper is the one the application asked for.  (The writer's
-// "%.Nf" is this same conversion.)
-void writeLevel(FILE *s, double value, int level255) {
+// "%.Nf" is this same conversion.)  A level that is a whole 8-bit value
+// takes no text that lies half way between two values, which an
+// interpreter may round either way.
+void appendLevel(std::string &out, double value, int level255) {
+    const bool whole = std::fabs(value * 255 - level255) < 1e-6;
     char text[32];
     for (int digits : {1, 2, 3}) {
         auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, digits).ptr;
         double back = 0;
         std::from_chars(text, end, back);
-        if (digits == 3 || static_cast<int>(back * 255 + 0.5) == level255) {
-            write(s, std::string_view(text, static_cast<size_t>(end - text)));
+        const bool near = whole ? std::fabs(back * 255 - level255) < 0.25
+                                : static_cast<int>(back * 255 + 0.5) == level255;
+        if (digits == 3 || near) {
+            out.append(text, static_cast<size_t>(end - text));
             return;
         }
     }
 }
 
-// A pixel as "RGB" on a colour printer, as "setgray" on a grey one; the
-// text ends with `end`.  True when a colour was set.
-bool writePixel(QlPrinter *p, unsigned long pixel, std::string_view end) {
+// A pixel's levels: "r g b" on a colour printer, the grey on a grey one.
+// True for colour.
+bool appendLevels(QlPrinter *p, std::string &out, unsigned long pixel) {
     int rgb[3];
     _QlPixelRGB(p, pixel, rgb);
-    FILE *s = p->stream;
     if (p->flags & 1) {
         for (int i = 0; i < 3; ++i) {
-            writeLevel(s, rgb[i] / 255.0, rgb[i]);
-            write(s, " ");
+            if (i) out += ' ';
+            appendLevel(out, rgb[i] / 255.0, rgb[i]);
         }
-        write(s, "RGB");
-        write(s, end);
         return true;
     }
     const double grey = 0.3 * rgb[0] / 255 + 0.59 * rgb[1] / 255 + 0.11 * rgb[2] / 255;
-    writeLevel(s, grey, static_cast<int>(grey * 255 + 0.5));
-    write(s, " setgray");
-    write(s, end);
+    appendLevel(out, grey, static_cast<int>(grey * 255 + 0.5));
     return false;
 }
 
+// A pixel as "RGB" on a colour printer, as "setgray" on a grey one; the
+// text ends with `end`.  True when a colour was set.
+bool writePixel(QlPrinter *p, unsigned long pixel, std::string_view end) {
+    std::string text;
+    const bool colour = appendLevels(p, text, pixel);
+    text += colour ? " RGB" : " setgray";
+    text += end;
+    write(p->stream, text);
+    return colour;
+}
+
+// A grey replaces a pattern as well: the next tiled mark selects its
+// pattern again.
 void writeForeground(QlPrinter *p, QlGC *gc) {
     if (writePixel(p, gc->values.foreground, "\n")) p->paintKind = 1;
+    else if (p->paintKind == 2) p->paintKind = 0;
 }
 
 // Dash lengths are X's unsigned bytes.
@@ -946,6 +969,592 @@ bool dashesDiffer(const QlGC *a, const QlGC *b) {
 }
 
 }  // namespace
+
+// Images.  StartImage writes the image operator's head, DumpBitmap or
+// DumpArea the rows, EndImage the end of the data.  The rows go out as
+// hexadecimal text or, with compression, through the process's one set of
+// row encoders.
+
+namespace {
+
+struct Compressor {
+    ql::Ascii85Writer ascii85;
+    ql::RunLengthRow runs{ascii85};
+    ql::RowDeltaWriter delta;
+};
+
+Compressor &compressor() {
+    static Compressor c;
+    return c;
+}
+
+// The rows of one image: hexadecimal lines, or the compressed form of the
+// printer's level.
+class RowWriter {
+public:
+    RowWriter(QlPrinter *p, FILE *s, int compression) : p_(p), s_(s), compressed_(compression > 0) {}
+    void startRow() {
+        if (compressed_) start_compressed_row();
+        else hex_.clear();
+    }
+    void add(uint8_t byte) {
+        if (compressed_) add_data_to_row(p_, s_, 0, byte);
+        else hex_.push_back(byte);
+    }
+    void endRow() {
+        if (compressed_) {
+            end_compressed_row(p_, s_);
+            return;
+        }
+        ql::PutHex(s_, hex_);
+        write(s_, "\n");
+    }
+    // After the last row: the RunLength end marker and the end of the
+    // ASCII85 text.
+    void finish() {
+        if (!compressed_ || p_->level != 2) return;
+        ASCII85_Encode(s_, 128, 1);
+        ASCII85_Encode(s_, 0, 2);
+    }
+
+private:
+    QlPrinter *p_;
+    FILE *s_;
+    bool compressed_;
+    std::vector<uint8_t> hex_;
+};
+
+// An image without data has no pixels to read: all its pixels count as
+// outside.
+bool inside(const XImage *image, long x, long y) {
+    return image->data && x >= 0 && y >= 0 && x < image->width && y < image->height;
+}
+
+// The 0..255 channels of a cell; black for a pixel beyond the table.
+void cellRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
+    const auto *cells = static_cast<const QlColorCell *>(p->cells);
+    if (!cells || pixel >= static_cast<unsigned long>(std::max(p->numCells, 0))) {
+        rgb[0] = rgb[1] = rgb[2] = 0;
+        return;
+    }
+    rgb[0] = static_cast<int>(cells[pixel].red >> 8 & 0xFF);
+    rgb[1] = static_cast<int>(cells[pixel].green >> 8 & 0xFF);
+    rgb[2] = static_cast<int>(cells[pixel].blue >> 8 & 0xFF);
+}
+
+// A pixel of a 24-bit image through the printer's channel masks, so that
+// the colour is the one a display with those masks shows.
+void trueRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
+    int shift[3];
+    QlSetRGBShiftValues(p->redMask, p->greenMask, p->blueMask, &shift[0], &shift[1], &shift[2]);
+    const unsigned long mask[3] = {p->redMask, p->greenMask, p->blueMask};
+    for (int i = 0; i < 3; ++i) rgb[i] = static_cast<int>((pixel & mask[i]) >> shift[i] & 0xFF);
+}
+
+int grey(const int rgb[3]) { return static_cast<int>(0.299 * rgb[0] + 0.587 * rgb[1] + 0.114 * rgb[2]); }
+
+// The data source of the dictionary form.
+void writeDataSource(QlPrinter *p, int rowBytes) {
+    if (p->bitmapCompression < 1) {
+        write(p->stream, " /DataSource currentfile /ASCIIHexDecode filter\n");
+        return;
+    }
+    _Ql_ps_init_compress(p, rowBytes);
+    write(p->stream, " /DataSource currentfile /ASCII85Decode filter /RunLengthDecode filter\n");
+}
+
+// An image dictionary of level 2 and its operator.  The image space has
+// its rows top down like the page's, so the matrix is the identity.
+void writeImageDict(QlPrinter *p, int width, int height, int bits, const char *decode, int rowBytes,
+                    const char *op) {
+    FILE *s = p->stream;
+    write(s, "<<\n /ImageType 1\n /ImageMatrix [1 0 0 1 0 0]\n");
+    put(s, " /Width %d /Height %d\n", width, height);
+    put(s, " /BitsPerComponent %d\n", bits);
+    put(s, " /Decode %s\n", decode);
+    writeDataSource(p, rowBytes);
+    put(s, ">>\n%s\n", op);
+}
+
+void writeIndexedSpace(QlPrinter *p) {
+    FILE *s = p->stream;
+    write(s, "[/Indexed /DeviceRGB 255\n<");
+    for (int line = 0; line < 32; ++line) {
+        for (int i = 0; i < 8; ++i) {
+            int rgb[3];
+            cellRGB(p, static_cast<unsigned long>(line * 8 + i), rgb);
+            put(s, " %.2x%.2x%.2x", rgb[0], rgb[1], rgb[2]);
+        }
+        write(s, "\n");
+    }
+    write(s, "> ] setcolorspace\n");
+}
+
+}  // namespace
+
+int CalculateEightFactor(int width) { return static_cast<int>((std::max(width, 0) + 7L) / 8); }
+
+void StartImage(QlPrinter *p, XImage *image, int width, int height) {
+    FILE *s = p->stream;
+    const bool deep = image->depth >= 2, colour = p->flags & 1;
+    if (p->level == 2) {
+        if (!deep) {
+            write(s, "/DeviceGray setcolorspace\n");
+            writeImageDict(p, width, height, 1, "[0 1]", CalculateEightFactor(width), "image");
+            return;
+        }
+        const char *decode = "[0 1]";
+        if (colour && image->depth != 24) {
+            writeIndexedSpace(p);
+            decode = "[0 255]";
+        } else if (colour) {
+            write(s, "/DeviceRGB setcolorspace\n");
+            decode = "[0 1 0 1 0 1]";
+        } else {
+            // The colour space may still be a pattern's.
+            write(s, "/DeviceGray setcolorspace\n");
+        }
+        writeImageDict(p, width, height, 8, decode, width, "image");
+        return;
+    }
+    if (!deep) {
+        put(s, "%d %d 1 [1 0 0 1 0 0]\n", width, height);
+        if (p->bitmapCompression < 1) put(s, "{currentfile %d string readhexstring pop}\n", CalculateEightFactor(width));
+        else _Ql_ps_init_compress(p, CalculateEightFactor(width));
+    } else {
+        put(s, "%d %d 8 [1 0 0 1 0 0]\n", width, height);
+        if (p->bitmapCompression < 1) put(s, "{currentfile %d string readhexstring pop }\n", width);
+        else _Ql_ps_init_compress(p, width);
+    }
+    write(s, "image\n");
+}
+
+void WriteMaskSource(QlPrinter *p, int rowBytes) {
+    if (p->bitmapCompression < 1) {
+        put(p->stream, "{currentfile %d string readhexstring pop}\n", rowBytes);
+        return;
+    }
+    _Ql_ps_init_compress(p, rowBytes);
+    if (p->level == 2) write(p->stream, "currentfile /ASCII85Decode filter /RunLengthDecode filter\n");
+}
+
+void StartBitmapMask(QlPrinter *p, QlGC *gc, int width, int height) {
+    FILE *s = p->stream;
+    writePixel(p, gc->values.background, "\n");
+    put(s, "np 0 0 t 0 %d lo %d %d lo %d 0 lo cp f\n", height, width, height, width);
+    writePixel(p, gc->values.foreground, "\n");
+    if (p->level == 2) {
+        writeImageDict(p, width, height, 1, "[1 0]", CalculateEightFactor(width), "imagemask");
+        return;
+    }
+    put(s, "%d %d true [1 0 0 1 0 0]\n", width, height);
+    WriteMaskSource(p, CalculateEightFactor(width));
+    write(s, "imagemask\n");
+}
+
+void EndImage(QlPrinter *p) {
+    if (p->level == 2 && p->bitmapCompression == 0) write(p->stream, ">\n");
+}
+
+int DumpBitmap(QlPrinter *p, QlGC *, FILE *s, XImage *image, int isPut, int x, int y, int width, int height,
+               int invert, int compression) {
+    // A bitmap put with a GC's colours goes out as a mask of its set bits;
+    // all others as the pixels' bits, 1 for a pixel outside the image.
+    const bool mask = isPut && image->format != ZPixmap && !invert;
+    const int bytes = CalculateEightFactor(width);
+    RowWriter rows(p, s, compression);
+    for (long row = y; row < static_cast<long>(y) + std::max(height, 0); ++row) {
+        rows.startRow();
+        for (long b = 0; b < bytes; ++b) {
+            unsigned bits = 0;
+            for (int k = 0; k < 8; ++k) {
+                const long px = x + 8 * b + k;
+                bool bit = inside(image, px, row) ? XGetPixel(image, static_cast<int>(px), static_cast<int>(row)) != 0
+                                                  : !mask;
+                if (invert) bit = !bit;
+                bits = bits << 1 | (bit ? 1u : 0u);
+            }
+            rows.add(static_cast<uint8_t>(bits));
+        }
+        rows.endRow();
+    }
+    rows.finish();
+    return 0;
+}
+
+int DumpArea(QlPrinter *p, FILE *s, XImage *image, int x, int y, int width, int height, int compression,
+             int indexed) {
+    const bool deep24 = image->depth == 24, compressed = compression > 0;
+    const bool colour = p->level == 2 && (p->flags & 1);
+    const unsigned long outside = deep24 ? 16777215UL : QlWhitePixel(reinterpret_cast<Display *>(p), 0);
+    RowWriter rows(p, s, compression);
+    for (long row = y; row < static_cast<long>(y) + std::max(height, 0); ++row) {
+        rows.startRow();
+        for (long col = x; col < static_cast<long>(x) + std::max(width, 0); ++col) {
+            const bool in = inside(image, col, row);
+            const unsigned long pixel = in ? XGetPixel(image, static_cast<int>(col), static_cast<int>(row)) : outside;
+            // A pixel outside the image reads as white.
+            int rgb[3] = {255, 255, 255};
+            if (in && deep24) trueRGB(p, pixel, rgb);
+            else if (in) cellRGB(p, pixel, rgb);
+            if (colour && !deep24 && indexed) {
+                rows.add(static_cast<uint8_t>(pixel & 0xFF));
+            } else if (colour && (deep24 || !compressed)) {
+                for (int c : rgb) rows.add(static_cast<uint8_t>(c));
+            } else if (colour) {
+                // Never reached: a cell's colours go out only for a tile,
+                // and tiles are not compressed.
+                for (int i = 0; i < 3; ++i) rows.add(0);
+            } else {
+                rows.add(static_cast<uint8_t>(grey(rgb)));
+            }
+        }
+        rows.endRow();
+    }
+    rows.finish();
+    return 0;
+}
+
+void _Ql_ps_init_compress(QlPrinter *p, int size) {
+    Compressor &c = compressor();
+    if (p->level == 2) {
+        c.ascii85.Reset(p->stream);
+        return;
+    }
+    c.delta.Start(p->stream, size);
+    put(p->stream, "/imdata %d string def\n{imdecode}\n", size);
+}
+
+void start_compressed_row() {
+    compressor().runs.StartRow();
+    compressor().delta.StartRow();
+}
+
+void add_data_to_row(QlPrinter *p, FILE *, int, int byte) {
+    if (p->level == 2) compressor().runs.Add(static_cast<uint8_t>(byte));
+    else compressor().delta.Add(static_cast<uint8_t>(byte));
+}
+
+void end_compressed_row(QlPrinter *p, FILE *s) {
+    if (p->level == 2) flush_compressed_data(p, s);
+    else compressor().delta.EndRow();
+}
+
+void flush_compressed_data(QlPrinter *, FILE *) { compressor().runs.EndRow(); }
+
+void ASCII85_Encode(FILE *s, int byte, int mode) {
+    ql::Ascii85Writer &a = compressor().ascii85;
+    if (mode == 0) a.Reset(s);
+    else if (mode == 1) a.Add(static_cast<uint8_t>(byte));
+    else if (mode == 2) a.Finish();
+}
+
+void ASCII85_Output(FILE *s, const unsigned char (&group)[4], int n) { ql::Ascii85Output(s, group, n); }
+
+// The pattern cache.  tileCache holds the list of patterns that the
+// document defines, newest first, and the numbers that name them.
+
+struct PS2TileNode {
+    PS2PatternKey key;
+    unsigned long time;  // order of addition
+    unsigned long page;  // the page whose save holds the definition
+    PS2TileNode *next;
+};
+
+namespace {
+
+// Keys in order of their image first, so that one image's keys stand
+// together.
+struct KeyOrder {
+    static auto tied(const PS2PatternKey &k) {
+        return std::tuple(reinterpret_cast<uintptr_t>(k.image), k.kind, k.foreground, k.background, k.x, k.y);
+    }
+    bool operator()(const PS2PatternKey &a, const PS2PatternKey &b) const { return tied(a) < tied(b); }
+};
+
+struct TileCache {
+    PS2TileNode *head = nullptr;
+    // A pattern's number stays with it while its image lives, so that a
+    // pattern that fell out of the list is defined again under its name,
+    // and two runs of a program write the same document.
+    std::map<PS2PatternKey, int, KeyOrder> serials;
+    int nextSerial = 1;
+    unsigned long clock = 0;
+    unsigned long page = 0;
+    // What the last pattern selection wrote, while paintKind is 2.
+    std::string selected;
+};
+
+void dumpPattern(QlPrinter *p, QlGC *gc, const PS2PatternKey &key);
+
+TileCache *cacheOf(QlPrinter *p) {
+    if (!p->tileCache) p->tileCache = new (std::nothrow) TileCache;
+    return static_cast<TileCache *>(p->tileCache);
+}
+
+int serialOf(QlPrinter *p, const PS2PatternKey &key) {
+    TileCache *c = cacheOf(p);
+    if (!c) return 0;
+    auto [it, fresh] = c->serials.try_emplace(key, c->nextSerial);
+    if (fresh) ++c->nextSerial;
+    return it->second;
+}
+
+PS2PatternKey tileKey(QlGC *gc, XImage *image, int kind) {
+    PS2PatternKey key;
+    key.image = image;
+    key.kind = kind;
+    key.x = gc->values.ts_x_origin;
+    key.y = gc->values.ts_y_origin;
+    if (kind == PS2PatternKey::OpaqueStipple) {
+        key.foreground = gc->values.foreground;
+        key.background = gc->values.background;
+    }
+    return key;
+}
+
+bool usable(const XImage *image) { return image && image->width > 0 && image->height > 0; }
+
+// The pattern a mark of this GC paints with: a tile, or a stipple (at
+// level 1 an opaque stipple is a tile made of it, and a plain stipple paints
+// solid); nothing for solid paint or a missing pixmap.
+std::optional<PS2PatternKey> paintPattern(QlPrinter *p, QlGC *gc) {
+    const XGCValues &v = gc->values;
+    auto *tile = reinterpret_cast<XImage *>(v.tile);
+    auto *stipple = reinterpret_cast<XImage *>(v.stipple);
+    const bool two = p->level == 2;
+    PS2PatternKey key;
+    if (v.fill_style == FillTiled && usable(tile)) key = tileKey(gc, tile, PS2PatternKey::Tile);
+    else if (v.fill_style == FillStippled && usable(stipple) && two) key = tileKey(gc, stipple, PS2PatternKey::Stipple);
+    else if (v.fill_style == FillOpaqueStippled && usable(stipple))
+        key = tileKey(gc, stipple, two ? PS2PatternKey::OpaqueStipple : PS2PatternKey::Tile);
+    else return std::nullopt;
+    if (!two) key.x = key.y = 0;
+    return key;
+}
+
+// The pattern of `key` in the document: defined unless the list has it
+// from this page.
+void ensurePattern(QlPrinter *p, QlGC *gc, const PS2PatternKey &key) {
+    TileCache *c = cacheOf(p);
+    if (!c) return;
+    if (PS2TileNode *node = PS2MatchTileToCache(p, key)) {
+        if (node->page == c->page) return;
+        node->page = c->page;
+    } else {
+        PS2AddTile(p, key);
+    }
+    dumpPattern(p, gc, key);
+}
+
+// What selects the pattern of `key` as the current paint.
+std::string selection(QlPrinter *p, QlGC *gc, const PS2PatternKey &key) {
+    const int n = serialOf(p, key);
+    const XImage *image = key.image;
+    if (p->level != 2)
+        return ql::format("tile_%x %d %d %d %d %d %d c sqrt %0.3f c setpattern\n", n, image->width, image->height,
+                          CalculateEightFactor(image->width), p->orientation == 2 ? 0 : 90, image->width,
+                          image->height, p->scaleX / p->divisorX);
+    if (key.kind != PS2PatternKey::Stipple) return ql::format("/Pattern setcolorspace tile-%d setcolor\n", n);
+    std::string levels;
+    const bool colour = appendLevels(p, levels, gc->values.foreground);
+    return ql::format("[/Pattern /Device%s] setcolorspace %s tile-%d setcolor\n", colour ? "RGB" : "Gray", levels, n);
+}
+
+void selectPattern(QlPrinter *p, QlGC *gc, const PS2PatternKey &key) {
+    TileCache *c = cacheOf(p);
+    if (!c) return;
+    std::string text = selection(p, gc, key);
+    if (p->paintKind != 2 || c->selected != text) {
+        if (p->level == 2) ensurePattern(p, gc, key);
+        write(p->stream, text);
+    }
+    p->paintKind = 2;
+    c->selected = std::move(text);
+}
+
+// A level 1 tile: hexadecimal rows, inverted, that setpattern turns into
+// a halftone screen.  A deeper tile is halftoned to depth 1 first.
+void writeLevel1Tile(QlPrinter *p, QlGC *gc, XImage *tile) {
+    if (!usable(tile)) return;
+    FILE *s = p->stream;
+    PS2PatternKey key;
+    key.image = tile;
+    put(s, "/tile_%x <\n", serialOf(p, key));
+    XImage *image = tile, *copy = nullptr;
+    if (tile->depth > 1) {
+        if (unsigned char **map = ql_pcl::XImageToHalftone(p, tile, 0, 0, tile->width, tile->height)) {
+            // The halftone marks black dots with 1; here, as in a bitmap
+            // tile, black is pixel 0.
+            for (int y = 0; y < tile->height; ++y)
+                for (int x = 0; x < tile->width; ++x) map[y][x] = !map[y][x];
+            copy = ql_pcl::BitimageToXImage(map, tile->width, tile->height);
+            ql_pcl::FreeBitmapRows(map, tile->height);
+        }
+        if (copy) image = copy;
+    }
+    DumpBitmap(p, gc, s, image, 0, 0, 0, image->width, image->height, 1, 0);
+    if (copy) QlDestroyImage(copy);
+    write(s, "> d\n");
+}
+
+// The definition of a pattern: its pixels as a hexadecimal string, a paint
+// procedure that images them into a unit square, and the matrix that
+// makes the square the pixmap's size on paper, at the GC's tile origin.
+void dumpPattern(QlPrinter *p, QlGC *gc, const PS2PatternKey &key) {
+    XImage *tile = key.image;
+    if (!usable(tile)) return;
+    FILE *s = p->stream;
+    const int n = serialOf(p, key), w = tile->width, h = tile->height;
+    const bool deep = tile->depth != 1 && key.kind == PS2PatternKey::Tile;
+    put(s, "<</PaintType %d/PatternType 1/TilingType 3/BBox [0 0 1 1]/XStep 1/YStep 1\n",
+        key.kind == PS2PatternKey::Stipple ? 2 : 1);
+    put(s, "/tile-image-%d <\n", n);
+    if (deep) DumpArea(p, s, tile, 0, 0, w, h, 0, 0);
+    else DumpBitmap(p, gc, s, tile, 0, 0, 0, w, h, 0, 0);
+    write(s, ">def\n");
+    if (key.kind == PS2PatternKey::Tile) {
+        put(s, "/PaintProc{begin %d %d %d[%d 0 0 -%d 0 %d]{tile-image-%d}", w, h, deep ? 8 : 1, w, h, h, n);
+        write(s, deep && (p->flags & 1) ? "false 3 colorimage\n" : "image\n");
+    } else {
+        // A stipple paints its set bits, in the current colour or in the
+        // foreground over the background.
+        write(s, "/PaintProc{begin ");
+        if (key.kind == PS2PatternKey::OpaqueStipple) {
+            writePixel(p, key.background, " 0 0 1 1 rectfill ");
+            writePixel(p, key.foreground, " ");
+        }
+        put(s, "%d %d true[%d 0 0 -%d 0 %d]{tile-image-%d}imagemask\n", w, h, w, h, h, n);
+    }
+    write(s, "end}\n");
+    const double k = unitsPerDot(p);
+    if (key.x || key.y)
+        put(s, ">> [%.2f 0 0 -%.2f %.2f %.2f] makepattern /tile-%d exch def\n", w * k, h * k, key.x * k, key.y * k, n);
+    else put(s, ">> [%.2f 0 0 -%.2f 0 0] makepattern /tile-%d exch def\n", w * k, h * k, n);
+}
+
+void undefine(QlPrinter *p, const PS2TileNode *node) {
+    if (!p->stream) return;
+    put(p->stream, "currentdict /tile-%d undef\n", serialOf(p, node->key));
+}
+
+}  // namespace
+
+void PS2MakePattern(QlPrinter *p, QlGC *gc, XImage *tile) {
+    if (usable(tile)) ensurePattern(p, gc, tileKey(gc, tile, PS2PatternKey::Tile));
+}
+
+int PS2SetPattern(QlPrinter *p, QlGC *gc) {
+    auto *tile = reinterpret_cast<XImage *>(gc->values.tile);
+    if (!usable(tile)) return 0;
+    put(p->stream, "/Pattern setcolorspace tile-%d setcolor\n", serialOf(p, tileKey(gc, tile, PS2PatternKey::Tile)));
+    return 1;
+}
+
+PS2TileNode *PS2MatchTileToCache(QlPrinter *p, const PS2PatternKey &key) {
+    TileCache *c = static_cast<TileCache *>(p->tileCache);
+    for (PS2TileNode *node = c ? c->head : nullptr; node; node = node->next)
+        if (node->key == key) return node;
+    return nullptr;
+}
+
+void PS2AddTile(QlPrinter *p, const PS2PatternKey &key) {
+    TileCache *c = cacheOf(p);
+    if (!c) return;
+    // A list of one node isn't counted.
+    int count = 0;
+    if (c->head && c->head->next)
+        for (PS2TileNode *node = c->head; node; node = node->next) ++count;
+    if (count > 15) PS2CleanLRUTileCache(p);
+    auto *node = new (std::nothrow) PS2TileNode{key, ++c->clock, c->page, c->head};
+    if (node) c->head = node;
+}
+
+// Takes the oldest pattern out of the list, and with it all that stand
+// between the head and it: those stay defined in the document, unlisted,
+// and are defined again when used.
+void PS2CleanLRUTileCache(QlPrinter *p) {
+    TileCache *c = static_cast<TileCache *>(p->tileCache);
+    if (!c || !c->head) return;
+    PS2TileNode *oldest = c->head;
+    for (PS2TileNode *node = c->head; node; node = node->next)
+        if (node->time < oldest->time) oldest = node;
+    PS2TileNode *gone;
+    if (oldest == c->head) {
+        c->head = oldest->next;
+        gone = oldest;
+        oldest->next = nullptr;
+    } else {
+        gone = c->head->next;
+        c->head->next = oldest->next;
+        oldest->next = nullptr;
+    }
+    if (oldest->key.image) undefine(p, oldest);
+    while (gone) {
+        PS2TileNode *next = gone->next;
+        delete gone;
+        gone = next;
+    }
+}
+
+void PS2DumpTile(QlPrinter *p, QlGC *gc, XImage *tile) {
+    if (usable(tile)) dumpPattern(p, gc, tileKey(gc, tile, PS2PatternKey::Tile));
+}
+
+void PS2CleanTileCache(QlPrinter *p) {
+    auto *c = static_cast<TileCache *>(p->tileCache);
+    if (!c) return;
+    for (PS2TileNode *node = c->head; node;) {
+        PS2TileNode *next = node->next;
+        delete node;
+        node = next;
+    }
+    delete c;
+    p->tileCache = nullptr;
+}
+
+// Every pattern made of the image goes: its node with an "undef", and the
+// numbers that named them.
+int PS2CheckDeleteCacheTile(QlPrinter *p, XImage *tile) {
+    auto *c = static_cast<TileCache *>(p->tileCache);
+    if (!tile || !c) return 0;
+    int removed = 0;
+    for (PS2TileNode **link = &c->head; *link;) {
+        PS2TileNode *node = *link;
+        if (node->key.image != tile) {
+            link = &node->next;
+            continue;
+        }
+        *link = node->next;
+        undefine(p, node);
+        delete node;
+        removed = 1;
+    }
+    PS2PatternKey first;
+    first.image = tile;
+    first.kind = std::numeric_limits<int>::min();
+    first.x = first.y = std::numeric_limits<int>::min();
+    auto it = c->serials.lower_bound(first);
+    while (it != c->serials.end() && it->first.image == tile) it = c->serials.erase(it);
+    return removed;
+}
+
+// Every printer drops the image: another printer's list keeping it would
+// take a new image at the same address for it.
+int PS2CheckDeleteCacheTileGlobal(XImage *tile) {
+    int removed = 0;
+    for (QlPrtNode *n = _QlPrtList; n; n = n->next)
+        if (n->printer && n->printer->driverId == QL_DRIVER_POSTSCRIPT && PS2CheckDeleteCacheTile(n->printer, tile))
+            removed = 1;
+    return removed;
+}
+
+void PS2PageDefinitionsLost(QlPrinter *p) {
+    if (auto *c = static_cast<TileCache *>(p->tileCache)) {
+        ++c->page;
+        c->selected.clear();
+    }
+}
 
 void CheckOldGC(QlPrinter *p, QlGC *gc) {
     QlGC *last = p->lastGC;
@@ -1019,12 +1628,13 @@ int PSFlushGC(QlPrinter *p, QlGC *gc, unsigned long mask) {
         if (static_cast<unsigned>(v.cap_style) < 4) write(s, kCaps[v.cap_style]);
         clean(CapStyle);
     }
-    if (wanted(Stipple) && v.stipple && v.fill_style == FillOpaqueStippled) {
-        v.fill_style = FillTiled;
-        v.tile = v.stipple;
-        v.stipple = 0;
-        gc->dirty |= Tile;
+    // An opaque stipple paints as a tile made of it, without the GC's own
+    // tile and fill style changing: at level 1 the stipple's halftone is
+    // defined here, at level 2 CheckTile defines its pattern.
+    if (wanted(Stipple) && v.stipple && v.fill_style == FillOpaqueStippled && p->level == 1) {
+        writeLevel1Tile(p, gc, reinterpret_cast<XImage *>(v.stipple));
         clean(Stipple);
+        if (p->paintKind == 2) p->paintKind = 0;
     }
     if (wanted(JoinStyle)) {
         static constexpr const char *kJoins[] = {"0 sj\n", "1 sj\n", "2 sj\n"};
@@ -1045,13 +1655,13 @@ int PSFlushGC(QlPrinter *p, QlGC *gc, unsigned long mask) {
 }
 
 void CheckTile(QlPrinter *p, QlGC *gc) {
-    const int style = gc->values.fill_style;
-    if (style == FillTiled && p->paintKind != 2 && SetTilePaint(p, gc)) {
-        p->paintKind = 2;
+    if (std::optional<PS2PatternKey> key = paintPattern(p, gc)) {
+        selectPattern(p, gc, *key);
         return;
     }
-    // A tile the driver can't paint yet is painted in the foreground.
-    if ((style == FillSolid || style == FillTiled) && p->paintKind != 1) {
+    // Solid paint; also a fill style whose pixmap is missing, as X paints
+    // with a default tile or stipple of the foreground.
+    if (p->paintKind != 1) {
         writeForeground(p, gc);
         gc->dirty &= ~Foreground;
     }
@@ -1068,10 +1678,15 @@ void WriteStroke(QlPrinter *p, QlGC *gc, std::string_view end) {
     write(p->stream, end);
 }
 
-// Tiles and fonts arrive with the pattern cache and the font tables; until
-// then a tile paints in the foreground and text isn't offered.
-bool WriteTile(QlPrinter *, QlGC *) { return false; }
-bool SetTilePaint(QlPrinter *, QlGC *) { return false; }
+// The GC's tile: at level 2 a pattern of the cache, at level 1 a halftone
+// that setpattern of the prolog uses.
+bool WriteTile(QlPrinter *p, QlGC *gc) {
+    auto *tile = reinterpret_cast<XImage *>(gc->values.tile);
+    if (p->level == 2) PS2MakePattern(p, gc, tile);
+    else writeLevel1Tile(p, gc, tile);
+    return true;
+}
+
 // Makes the GC's font current: downloads it if the document lacks it,
 // reencodes it where its name asks for another encoding, and selects it at
 // its size, with y flipped as the page's axis is.

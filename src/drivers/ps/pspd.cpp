@@ -6,6 +6,7 @@
 #include "core/out.h"
 #include "port/kvo.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -596,6 +597,40 @@ void FreePageData(QlPrinter *p) {
     p->ppdFonts = nullptr;
 }
 
+// Stamps a bitmap through imagemask in black, leaving the page where the
+// mask doesn't paint: with invert the set bits paint, without it the clear
+// ones.
+int PutBitmapTrans(QlPrinter *p, XImage *bitmap, int invert, int sx, int sy, int dx, int dy, unsigned width,
+                   unsigned height) {
+    if (!bitmap) return 0;
+    // An empty mask would leave its data unread in the file.
+    if (width == 0 || height == 0) return 1;
+    const int w = static_cast<int>(std::min(width, 1U << 24)), h = static_cast<int>(std::min(height, 1U << 24));
+    Display *handle = reinterpret_cast<Display *>(p);
+    GC gc = QlCreateGC(handle, 0, 0, nullptr);
+    PSCheckPage(p);
+    FILE *s = p->stream;
+    if (p->debugComments) ql::write(s, "%% PutBitmapTrans\n");
+    const double k = 72.0 / geometry(p)->resolution;
+    ql::put(s, "gs\n%.2f %.2f sl\n", k, k);
+    ql::put(s, "%d %d tl\n", dx, dy);
+    ql::write(s, "0 setgray\n");
+    RenewBoundingBox(p, dx * k, dy * k, (dx + static_cast<double>(w)) * k, (dy + static_cast<double>(h)) * k);
+    ql::put(s, invert ? "%d %d true [1 0 0 1 0 0]\n" : "%d %d false [1 0 0 1 0 0]\n", w, h);
+    WriteMaskSource(p, CalculateEightFactor(w));
+    ql::write(s, "imagemask\n");
+    DumpBitmap(p, reinterpret_cast<QlGC *>(gc), s, bitmap, 0, sx, sy, w, h, 0, p->bitmapCompression);
+    ql::write(s, "gr\n");
+    RenewBoundingBox(p, dx * k, dy * k, (dx + static_cast<double>(w)) * k, (dy + static_cast<double>(h)) * k);
+    if (gc) QlFreeGC(handle, gc);
+    return 1;
+}
+
+// The slot as the page device table has it: no inversion.
+int PutBitmapTrans(QlPrinter *p, XImage *bitmap, int sx, int sy, int dx, int dy, unsigned width, unsigned height) {
+    return PutBitmapTrans(p, bitmap, 0, sx, sy, dx, dy, width, height);
+}
+
 const QlPageDriver PSPDDriver = {
     .PageRead = PDPageRead,
     .Set = PDSet,
@@ -621,7 +656,7 @@ const QlPageDriver PSPDDriver = {
     .EndPage = EndPage,
     .AbortDoc = AbortDoc,
     .PageEject = PageEject,
-    .PutBitmapTrans = QL_NOT_SUPPORTED(QlPageDriver, PutBitmapTrans, 0),
+    .PutBitmapTrans = PutBitmapTrans,
     .ListDuplexOpts = ListDuplexOpts,
     .QueryDuplexOpt = QueryDuplexOpt,
     .GetDuplexOpt = GetDuplexOpt,
