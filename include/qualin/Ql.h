@@ -224,6 +224,10 @@ QL_EXPORT int QlQueryResolution(Display *printer, int resolution);
 QL_EXPORT int QlQueryPaperTray(Display *printer, const char *name);
 QL_EXPORT char *QlGetPrinterProduct(Display *printer);
 QL_EXPORT char *QlGetPrinterModel(Display *printer);
+/* Stamps a depth-1 image on the page: where its bits are clear (set, with
+   invert) the page stays as it is. */
+QL_EXPORT int QlPutBitmapTrans(Display *printer, XImage *image, int invert, int sx, int sy, int dx, int dy,
+                               unsigned int width, unsigned int height);
 QL_EXPORT int QlGetResolution(Display *printer);
 QL_EXPORT char *QlGetPaperTray(Display *printer);
 QL_EXPORT char *QlGetPageSize(Display *printer);

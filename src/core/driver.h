@@ -73,7 +73,7 @@ struct QlPageDriver {
     int (*EndPage)(QlPrinter *);
     int (*AbortDoc)(QlPrinter *);
     int (*PageEject)(QlPrinter *);
-    int (*PutBitmapTrans)(QlPrinter *, XImage *, int sx, int sy, int dx, int dy, unsigned width,
+    int (*PutBitmapTrans)(QlPrinter *, XImage *, int invert, int sx, int sy, int dx, int dy, unsigned width,
                           unsigned height);
     char **(*ListDuplexOpts)(QlPrinter *, int *count);
     int (*QueryDuplexOpt)(QlPrinter *, const char *name);

@@ -53,6 +53,22 @@ int QlQueryPaperTray(Display *h, const char *name) {
 }
 char *QlGetPrinterProduct(Display *h) { return forward<&QlPageDriver::GetPrinterProduct, char *>(h, nullptr); }
 char *QlGetPrinterModel(Display *h) { return forward<&QlPageDriver::GetPrinterModel, char *>(h, nullptr); }
+
+// Stamps a bitmap: the page keeps what lies under its clear bits.
+int QlPutBitmapTrans(Display *h, XImage *image, int invert, int sx, int sy, int dx, int dy, unsigned width,
+                     unsigned height) {
+    if (QlIsDisplay(h)) {
+        _QlError(wNotSupport, "QlPutBitmapTrans: Output to Screen");
+        return 0;
+    }
+    QlPrinter *p = _QlAsPrinter(h);
+    if (!p || !_QlForceStartDoc(p, "QlPutBitmapTrans")) return 0;
+    if (!image || image->depth != 1) {
+        _QlError(wWrongDepth, "QlPutBitmapTrans");
+        return 0;
+    }
+    return PDDriverSwitch[p->driverId]->PutBitmapTrans(p, image, invert, sx, sy, dx, dy, width, height);
+}
 int QlGetResolution(Display *h) { return forward<&QlPageDriver::GetResolution, int>(h, -1); }
 char *QlGetPaperTray(Display *h) { return forward<&QlPageDriver::GetPaperTray, char *>(h, nullptr); }
 char *QlGetPageSize(Display *h) { return forward<&QlPageDriver::GetPageSize, char *>(h, nullptr); }

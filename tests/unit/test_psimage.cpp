@@ -290,7 +290,10 @@ TEST(PSImages, SlotsWriteTheirFrames) {
   // source is named.
   ImagePtr mask(MakeImage(doc.d, 1, XYBitmap, 9, 2, [](int x, int) { return x % 2; }));
   p->bitmapCompression = 1;
-  EXPECT_EQ(ps::PutBitmapTrans(p, mask.get(), 1, 0, 0, 30, 40, 9, 2), 1);
+  messages.clear();
+  EXPECT_EQ(QlPutBitmapTrans(doc.d, deep.get(), 1, 0, 0, 30, 40, 9, 2), 0);
+  EXPECT_EQ(messages.indices, std::vector<int>{wWrongDepth});
+  EXPECT_EQ(QlPutBitmapTrans(doc.d, mask.get(), 1, 0, 0, 30, 40, 9, 2), 1);
   EXPECT_NE(since().find("9 2 true [1 0 0 1 0 0]\ncurrentfile /ASCII85Decode filter /RunLengthDecode filter\n"
                          "imagemask\n"),
             std::string::npos);

@@ -157,7 +157,6 @@ int StretchPutImage(QlPrinter *, QlGC *, XImage *, int sx, int sy, unsigned sw, 
                     unsigned dw, unsigned dh);
 int PutBitmapTrans(QlPrinter *, XImage *, int invert, int sx, int sy, int dx, int dy, unsigned width,
                    unsigned height);
-int PutBitmapTrans(QlPrinter *, XImage *, int sx, int sy, int dx, int dy, unsigned width, unsigned height);
 
 // The pattern cache (level 2).  A tile, or a stipple, becomes a pattern
 // defined once in a page and selected by name ("tile-<n>", n a number of

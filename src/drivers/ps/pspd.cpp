@@ -626,11 +626,6 @@ int PutBitmapTrans(QlPrinter *p, XImage *bitmap, int invert, int sx, int sy, int
     return 1;
 }
 
-// The slot as the page device table has it: no inversion.
-int PutBitmapTrans(QlPrinter *p, XImage *bitmap, int sx, int sy, int dx, int dy, unsigned width, unsigned height) {
-    return PutBitmapTrans(p, bitmap, 0, sx, sy, dx, dy, width, height);
-}
-
 const QlPageDriver PSPDDriver = {
     .PageRead = PDPageRead,
     .Set = PDSet,
