@@ -390,6 +390,7 @@ QL_EXPORT int QlDrawRotString(Display *handle, Drawable d, GC gc, int x, int y, 
                               int angle);
 QL_EXPORT int QlDrawRotImageString(Display *handle, Drawable d, GC gc, int x, int y, const char *string,
                                    int length, int angle);
+QL_EXPORT extern int rotTextCacheSize; /* finished rotated bitmaps kept per process; 10 */
 QL_EXPORT int QlTextWidth(XFontStruct *font, const char *string, int length);
 QL_EXPORT int QlTextWidth16(XFontStruct *font, const XChar2b *string, int length);
 QL_EXPORT int QlTextExtents(XFontStruct *font, const char *string, int length, int *direction, int *ascent,
@@ -447,6 +448,26 @@ typedef struct {
 QL_EXPORT QlEPSInfo *QlEPS_Put(Display *printer, FILE *file, double *parameters);
 QL_EXPORT double *QlEPS_GetBoundingBox(Display *printer, FILE *file);
 QL_EXPORT QlEPSPreview *QlEPS_GetPreview(FILE *file);
+
+/* Bitmap and pixmap files.  Results of the file calls are Xlib's: 0
+ * success, 1 file not opened, 2 invalid file, 3 no memory.  Pixmap data
+ * is given as ncolors pairs of texts (code, then "#RGB" form or colour
+ * name) in `colors`, and `height` rows of chars_per_pixel * width code
+ * characters in `rows`.  QlCreatePixmapFromData gives 0 on a reported
+ * failure and 3 on no memory. */
+QL_EXPORT int QlReadBitmapFile(Display *handle, Drawable d, const char *filename, unsigned int *width_return,
+                               unsigned int *height_return, Pixmap *bitmap_return, int *x_hot_return,
+                               int *y_hot_return);
+QL_EXPORT int QlWriteBitmapFile(Display *handle, const char *filename, Pixmap bitmap, unsigned int width,
+                                unsigned int height, int x_hot, int y_hot);
+QL_EXPORT Pixmap QlCreatePixmapFromBitmapData(Display *handle, Drawable d, char *data, unsigned int width,
+                                              unsigned int height, unsigned long foreground,
+                                              unsigned long background, unsigned int depth);
+QL_EXPORT Pixmap QlCreateBitmapFromData(Display *handle, Drawable d, const char *data, unsigned int width,
+                                        unsigned int height);
+QL_EXPORT Pixmap QlCreatePixmapFromData(Display *handle, Drawable d, Colormap colormap, unsigned int width,
+                                        unsigned int height, unsigned int depth, int ncolors,
+                                        int chars_per_pixel, const char *const *colors, const char *const *rows);
 
 /* Errors and messages. */
 QL_EXPORT int QlErrorHandler(QlErrorRecord *record);
