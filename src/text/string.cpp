@@ -10,6 +10,7 @@
 #include "gfx/dispatch.h"
 #include "gfx/gc.h"
 #include "text/font.h"
+#include "text/rotated.h"
 
 #include <cstdlib>
 
@@ -186,9 +187,7 @@ int QlDrawText16(Display *handle, Drawable d, GC gc, int x, int y, XTextItem16 *
 int QlDrawRotString(Display *handle, Drawable d, GC gc, int x, int y, const char *string, int length, int angle) {
     if (QlIsDisplay(handle)) {
         if (angle == 0) return XDrawString(handle, d, gc, x, y, string, length);
-        // FALLBACK: rotated text on a display is not written yet; until it
-        // is, a rotated string draws nothing there.
-        return 0;
+        return XDrawRotString(handle, d, gc, x, y, string, length, angle);
     }
     if (angle == 0)
         return ql::Draw<&QlDrawDriver::DrawString>(handle, "QlDrawRotString", d, gc, x, y, string, length);
@@ -199,9 +198,7 @@ int QlDrawRotImageString(Display *handle, Drawable d, GC gc, int x, int y, const
                          int angle) {
     if (QlIsDisplay(handle)) {
         if (angle == 0) return XDrawImageString(handle, d, gc, x, y, string, length);
-        // FALLBACK: rotated text on a display is not written yet; until it
-        // is, a rotated string draws nothing there.
-        return 0;
+        return XDrawRotImageString(handle, d, gc, x, y, string, length, angle);
     }
     if (angle == 0) return QlDrawImageString(handle, d, gc, x, y, string, length);
     return ql::Draw<&QlDrawDriver::DrawRotImageString>(handle, "QlDrawRotImageString", d, gc, x, y, string,

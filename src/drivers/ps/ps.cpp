@@ -846,7 +846,7 @@ int DrawString(QlPrinter *p, Drawable, QlGC *gc, int x, int y, const char *strin
 // A string turned by `angle` (64ths of a degree) about its origin.
 int DrawRotString(QlPrinter *p, Drawable, QlGC *gc, int x, int y, const char *string, int length, int angle) {
     XFontStruct *fs = gc->fontStruct;
-    const double w = fs && string ? QlTextWidth(fs, string, static_cast<int>(std::strlen(string))) : 0;
+    const double w = fs && string ? QlTextWidth(fs, string, length) : 0;
     const double pi = std::acos(-1.0), degrees = angle / 64.0;
     const double sn = std::sin(degrees * pi / 180), cs = std::cos(degrees * pi / 180);
     beginMark(p, gc, kTextMask, "%% DrawRotString\n");
@@ -890,7 +890,7 @@ int DrawRotImageString(QlPrinter *p, Drawable d, QlGC *gc, int x, int y, const c
         width = QlTextWidth(fs, string, length);
     }
     const int res = geometry(p)->resolution;
-    const double h = (a + dsc) * 72 / res, w = width * 72.0 / res, t = -a * 72.0 / res;
+    const double h = (a + dsc) * 72.0 / res, w = width * 72.0 / res, t = -a * 72.0 / res;
     beginMark(p, gc, kFillMask, "%% DrawRotImageString\n");
     const double k = unitsPerDot(p);
     FILE *s = p->stream;
