@@ -217,13 +217,13 @@ int storeCell(QlPrinter *p, const XColor &c, int flags) {
 
 }  // namespace
 
-bool _QlPixelRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
-    if (p->depth == 24) {
-        rgb[0] = static_cast<int>(fromPixel(pixel, p->redMask, 8));
-        rgb[1] = static_cast<int>(fromPixel(pixel, p->greenMask, 8));
-        rgb[2] = static_cast<int>(fromPixel(pixel, p->blueMask, 8));
-        return true;
-    }
+void _QlTrueRGB(const QlPrinter *p, unsigned long pixel, int rgb[3]) {
+    rgb[0] = static_cast<int>(fromPixel(pixel, p->redMask, 8));
+    rgb[1] = static_cast<int>(fromPixel(pixel, p->greenMask, 8));
+    rgb[2] = static_cast<int>(fromPixel(pixel, p->blueMask, 8));
+}
+
+bool _QlCellRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
     const QlColorCell *cell = cellOf(p, pixel);
     if (!cell) {
         rgb[0] = rgb[1] = rgb[2] = 0;
@@ -232,6 +232,12 @@ bool _QlPixelRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
     rgb[0] = static_cast<int>(cell->red >> 8 & 0xFF);
     rgb[1] = static_cast<int>(cell->green >> 8 & 0xFF);
     rgb[2] = static_cast<int>(cell->blue >> 8 & 0xFF);
+    return true;
+}
+
+bool _QlPixelRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
+    if (p->depth != 24) return _QlCellRGB(p, pixel, rgb);
+    _QlTrueRGB(p, pixel, rgb);
     return true;
 }
 

@@ -18,3 +18,8 @@ static_assert(sizeof(QlColorCell) == 5 * sizeof(uint32_t));
 // printer's channel masks, otherwise the high bytes of the cell.  False,
 // with all three 0, for a pixel outside the table.
 bool _QlPixelRGB(QlPrinter *p, unsigned long pixel, int rgb[3]);
+// The two halves of it, for images whose own depth decides: a 24-bit pixel
+// through the printer's masks, and a pixel's cell (false and black beyond
+// the table).
+void _QlTrueRGB(const QlPrinter *p, unsigned long pixel, int rgb[3]);
+bool _QlCellRGB(QlPrinter *p, unsigned long pixel, int rgb[3]);

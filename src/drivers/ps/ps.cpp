@@ -263,7 +263,7 @@ int StartDoc(QlPrinter *p) {
     p->pageOpen = 0;
     p->docHeadWritten = 0;
     if (p->lastGC) p->lastGC->dirty = kAllDirty;
-    ResetFontDownloads(p);
+    ForgetPageDefinitions(p);
     std::fseek(p->stream, 0, SEEK_SET);
     PSPageData *d = pageData(p);
     if (!d || !d->pjl) return 1;
@@ -416,7 +416,7 @@ int finishPage(QlPrinter *p, const char *debugText, bool manualFeedOff) {
     if (manualFeedOff) CheckSetManualFeed(p);
     p->pageOpen = 0;
     if (p->lastGC) p->lastGC->dirty = kAllDirty;
-    ResetFontDownloads(p);
+    ForgetPageDefinitions(p);
     return 1;
 }
 
@@ -474,7 +474,7 @@ int AbortDoc(QlPrinter *p) {
     p->pageOpen = 0;
     p->docHeadWritten = 0;
     if (p->lastGC) p->lastGC->dirty = kAllDirty;
-    ResetFontDownloads(p);
+    ForgetPageDefinitions(p);
     return 1;
 }
 

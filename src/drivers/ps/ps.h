@@ -122,7 +122,9 @@ int DestroyRegisteredFont(QlPrinter *, QlFontRec *entry, int mainList);
 void CleanFontStruct(QlPrinter *, QlFontRec *entry, int scaled);
 void QlRecodeISO(QlPrinter *, QlFontRec *font);
 void ResetEncodingCache(QlPrinter *);
-void ResetFontDownloads(QlPrinter *);
+// What a page's restore takes away: fonts downloaded into the page go back
+// to needing a download, and the page's patterns are forgotten.
+void ForgetPageDefinitions(QlPrinter *);
 void CleanPrinter(QlPrinter *);
 
 // Images (ps_support.cpp).  The image operators of a document: hexadecimal

@@ -817,10 +817,9 @@ void ResetEncodingCache(QlPrinter *p) {
     p->encodingCacheFont = 0;
 }
 
-void ResetFontDownloads(QlPrinter *p) {
+void ForgetPageDefinitions(QlPrinter *p) {
     for (QlFontRec *f = p->fonts; f; f = f->next)
         if (f->loadState && f->fontType) *f->loadState = *f->fontType;
-    // The same restore takes the page's patterns with it.
     PS2PageDefinitionsLost(p);
 }
 
@@ -1030,27 +1029,6 @@ bool inside(const XImage *image, long x, long y) {
     return image->data && x >= 0 && y >= 0 && x < image->width && y < image->height;
 }
 
-// The 0..255 channels of a cell; black for a pixel beyond the table.
-void cellRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
-    const auto *cells = static_cast<const QlColorCell *>(p->cells);
-    if (!cells || pixel >= static_cast<unsigned long>(std::max(p->numCells, 0))) {
-        rgb[0] = rgb[1] = rgb[2] = 0;
-        return;
-    }
-    rgb[0] = static_cast<int>(cells[pixel].red >> 8 & 0xFF);
-    rgb[1] = static_cast<int>(cells[pixel].green >> 8 & 0xFF);
-    rgb[2] = static_cast<int>(cells[pixel].blue >> 8 & 0xFF);
-}
-
-// A pixel of a 24-bit image through the printer's channel masks, so that
-// the colour is the one a display with those masks shows.
-void trueRGB(QlPrinter *p, unsigned long pixel, int rgb[3]) {
-    int shift[3];
-    QlSetRGBShiftValues(p->redMask, p->greenMask, p->blueMask, &shift[0], &shift[1], &shift[2]);
-    const unsigned long mask[3] = {p->redMask, p->greenMask, p->blueMask};
-    for (int i = 0; i < 3; ++i) rgb[i] = static_cast<int>((pixel & mask[i]) >> shift[i] & 0xFF);
-}
-
 int grey(const int rgb[3]) { return static_cast<int>(0.299 * rgb[0] + 0.587 * rgb[1] + 0.114 * rgb[2]); }
 
 // The data source of the dictionary form.
@@ -1082,7 +1060,7 @@ void writeIndexedSpace(QlPrinter *p) {
     for (int line = 0; line < 32; ++line) {
         for (int i = 0; i < 8; ++i) {
             int rgb[3];
-            cellRGB(p, static_cast<unsigned long>(line * 8 + i), rgb);
+            _QlCellRGB(p, static_cast<unsigned long>(line * 8 + i), rgb);
             put(s, " %.2x%.2x%.2x", rgb[0], rgb[1], rgb[2]);
         }
         write(s, "\n");
@@ -1193,13 +1171,15 @@ int DumpArea(QlPrinter *p, FILE *s, XImage *image, int x, int y, int width, int 
         for (long col = x; col < static_cast<long>(x) + std::max(width, 0); ++col) {
             const bool in = inside(image, col, row);
             const unsigned long pixel = in ? XGetPixel(image, static_cast<int>(col), static_cast<int>(row)) : outside;
-            // A pixel outside the image reads as white.
-            int rgb[3] = {255, 255, 255};
-            if (in && deep24) trueRGB(p, pixel, rgb);
-            else if (in) cellRGB(p, pixel, rgb);
             if (colour && !deep24 && indexed) {
                 rows.add(static_cast<uint8_t>(pixel & 0xFF));
-            } else if (colour && (deep24 || !compressed)) {
+                continue;
+            }
+            // A pixel outside the image reads as white.
+            int rgb[3] = {255, 255, 255};
+            if (in && deep24) _QlTrueRGB(p, pixel, rgb);
+            else if (in) _QlCellRGB(p, pixel, rgb);
+            if (colour && (deep24 || !compressed)) {
                 for (int c : rgb) rows.add(static_cast<uint8_t>(c));
             } else if (colour) {
                 // Never reached: a cell's colours go out only for a tile,
