@@ -45,4 +45,16 @@ head -2 qualin.out | grep -q '^%%BoundingBox: ' || fail "the placeholder did not
 grep -q '^%%Pages: 2$' qualin.out || fail "not two pages"
 gs -q -dBATCH -dNOPAUSE -dSAFER -sDEVICE=nullpage qualin.out >"$work/gs.log" 2>&1 || { cat "$work/gs.log"; fail "gs"; }
 if grep -q -E 'Error|Warning|Substituting' "$work/gs.log"; then cat "$work/gs.log"; fail "gs complained"; fi
+
+# The examples a user copies build the way their comments say, and print
+# documents that Ghostscript renders.
+for ex in shapes "screen_or_paper -print"; do
+  prog=${ex%% *}
+  cc -std=c99 $san "$src/examples/$prog.c" $flags -lm -o "$work/$prog"
+  rm -f qualin.out
+  LD_LIBRARY_PATH="$(dirname "$(find "$work/prefix" -name 'libqualin.so' | head -1)")" QLPATH="$datadir" \
+    "$work/"$ex 2>"$work/run.log" || { cat "$work/run.log"; fail "$prog"; }
+  gs -q -dBATCH -dNOPAUSE -dSAFER -sDEVICE=nullpage qualin.out >"$work/gs.log" 2>&1 || { cat "$work/gs.log"; fail "gs of $prog"; }
+  if grep -q -E 'Error|Warning|Substituting' "$work/gs.log"; then cat "$work/gs.log"; fail "gs complained of $prog"; fi
+done
 echo "1 passed, 0 failed"
