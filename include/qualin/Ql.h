@@ -402,6 +402,54 @@ QL_EXPORT double QlKernPairX(XFontStruct *font, int first, int second);
 QL_EXPORT double QlKernPairY(XFontStruct *font, int first, int second);
 QL_EXPORT double *QlKernPairXY(XFontStruct *font, int first, int second);
 
+/* Font sets and multibyte text.  On a display a font set wraps Xlib's;
+ * on a printer (or on a display after _QlForceJapaneseSJISMode) the library
+ * keeps its own: for a Japanese locale a JIS X 0208, a JIS X 0201 and an
+ * ISO 8859-1 font, drawing Shift-JIS or EUC-JP text by the locale, and a
+ * single font for any other.  Results are Xlib's; a null set draws nothing
+ * and gives 2.  QlFreeFontSet on a set of a display frees Xlib's set but
+ * leaves the record, which the caller then releases with free(). */
+typedef struct QlFontSet QlFontSet;
+
+/* XmbTextItem with the library's font set. */
+typedef struct {
+    char *chars;
+    int nchars;
+    int delta;
+    QlFontSet *font_set;
+} QlmbTextItem;
+
+QL_EXPORT QlFontSet *QlCreateFontSet(Display *handle, const char *base_font_name_list, char ***missing_charsets,
+                                     int *missing_count, char **def_string);
+QL_EXPORT void QlFreeFontSet(Display *handle, QlFontSet *set);
+/* From now on displays get the library's own sets too, in the locale
+ * "ja_JP.SJIS".  Call it before the first font set; nothing turns it off. */
+QL_EXPORT void _QlForceJapaneseSJISMode(void);
+QL_EXPORT XFontSet QlExtGetXFontSet(QlFontSet *set);
+QL_EXPORT int QlFontsOfFontSet(QlFontSet *set, XFontStruct ***fonts, char ***names);
+QL_EXPORT char *QlBaseFontNameListOfFontSet(QlFontSet *set);
+QL_EXPORT char *QlLocaleOfFontSet(QlFontSet *set);
+QL_EXPORT Bool QlContextDependentDrawing(QlFontSet *set);
+QL_EXPORT XFontSetExtents *QlExtentsOfFontSet(QlFontSet *set);
+QL_EXPORT int QlmbDrawString(Display *handle, Drawable d, QlFontSet *set, GC gc, int x, int y, const char *text,
+                             int length);
+QL_EXPORT int QlmbDrawImageString(Display *handle, Drawable d, QlFontSet *set, GC gc, int x, int y,
+                                  const char *text, int length);
+QL_EXPORT int QlmbDrawText(Display *handle, Drawable d, GC gc, int x, int y, QlmbTextItem *items, int count);
+QL_EXPORT int QlmbTextEscapement(QlFontSet *set, const char *text, int length);
+QL_EXPORT int QlmbTextExtents(QlFontSet *set, const char *text, int length, XRectangle *ink, XRectangle *logical);
+QL_EXPORT Status QlmbTextPerCharExtents(QlFontSet *set, const char *text, int length, XRectangle *ink_array,
+                                        XRectangle *logical_array, int array_size, int *count,
+                                        XRectangle *overall_ink, XRectangle *overall_logical);
+/* Angles in 64ths of a degree, counter-clockwise. */
+QL_EXPORT int QlmbDrawRotString(Display *handle, Drawable d, QlFontSet *set, GC gc, int x, int y,
+                                const char *text, int length, int angle);
+QL_EXPORT int QlmbDrawRotImageString(Display *handle, Drawable d, QlFontSet *set, GC gc, int x, int y,
+                                     const char *text, int length, int angle);
+QL_EXPORT void QlFreeStringList(char **list);
+QL_EXPORT Status QlStringListToTextProperty(char **list, int count, XTextProperty *property);
+QL_EXPORT Status QlTextPropertyToStringList(XTextProperty *property, char ***list, int *count);
+
 /* Images and pixmaps.  On a printer a pixmap is an XImage in the
    application's memory, and the Pixmap value is its address; drawable 0 is
    the page. */
@@ -468,6 +516,16 @@ QL_EXPORT Pixmap QlCreateBitmapFromData(Display *handle, Drawable d, const char 
 QL_EXPORT Pixmap QlCreatePixmapFromData(Display *handle, Drawable d, Colormap colormap, unsigned int width,
                                         unsigned int height, unsigned int depth, int ncolors,
                                         int chars_per_pixel, const char *const *colors, const char *const *rows);
+
+/* Window printing.  The part of a viewable window of a real display that
+ * lies on its screen (a window manager's frame stands for its client) is
+ * read back and put on the current page of `printer` at x, y, one screen
+ * pixel to a dot.  1 on success; 0 after a message: 45 when the window's
+ * attributes can't be read, 46 when it isn't viewable or goes away during
+ * the read.  QlPrintWidget prints an Xt widget's window (a Widget). */
+struct _WidgetRec;
+QL_EXPORT int QlPrintWindow(Display *printer, Display *display, int screen, Window window, int x, int y);
+QL_EXPORT int QlPrintWidget(Display *printer, struct _WidgetRec *widget, int x, int y);
 
 /* Errors and messages. */
 QL_EXPORT int QlErrorHandler(QlErrorRecord *record);

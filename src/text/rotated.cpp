@@ -201,24 +201,18 @@ std::string fontKey(Font font) {
     return std::to_string(font);
 }
 
-// Draws the string into a bitmap and turns it onto the box.  Gives the
+// Paints the text into a bitmap and turns it onto the box.  Gives the
 // bitmap, or 0 when the server refused.
-Pixmap turnedBitmap(Resources &r, Drawable d, GC gc, const char *string, int length, int width, int ascent,
-                    int height, int angle, int left, int top, int boxWidth, int boxHeight) {
+Pixmap turnedBitmap(Resources &r, Drawable d, const RotatedText &text, int angle, int left, int top, int boxWidth,
+                    int boxHeight) {
     Display *display = r.display;
-    XGCValues user{};
-    XGetGCValues(display, gc, GCForeground | GCBackground | GCFont, &user);
+    const int width = text.width, ascent = text.ascent, height = text.height;
     r.text = XCreatePixmap(display, d, static_cast<unsigned>(width), static_cast<unsigned>(height), 1);
     XGCValues values{};
     values.foreground = 1;
     values.background = 0;
-    unsigned long mask = GCForeground | GCBackground;
-    if (!fontKey(user.font).empty()) {
-        values.font = user.font;
-        mask |= GCFont;
-    }
-    r.textGC = XCreateGC(display, r.text, mask, &values);
-    XDrawImageString(display, r.text, r.textGC, 0, ascent, string, length);
+    r.textGC = XCreateGC(display, r.text, GCForeground | GCBackground, &values);
+    text.paint(r.text, r.textGC, ascent);
     r.source = XGetImage(display, r.text, 0, 0, static_cast<unsigned>(width), static_cast<unsigned>(height), 1,
                          ZPixmap);
     if (!r.source) return 0;
@@ -335,19 +329,12 @@ Pixmap _QlRotTextCacheEntry(int index, int *angle) {
 
 // ------------------------------------------------------------ drawing
 
-int RotatedStringDraw(Display *display, Drawable d, GC gc, int x, int y, const char *string, int length, int angle,
-                      int image) {
-    if (!display || !gc || !string || length <= 0) return 0;
+int RotatedTextDraw(Display *display, Drawable d, GC gc, int x, int y, const char *string, int length, int angle,
+                    int image, const RotatedText &text) {
+    const int width = text.width, ascent = text.ascent, height = text.height;
+    if (width <= 0 || height <= 0 || width > kMaxBoxSide || height > kMaxBoxSide) return 0;
     try {
         ErrorTrap trap(display);
-        int direction = 0, fontAscent = 0, fontDescent = 0;
-        XCharStruct overall{};
-        if (!XQueryTextExtents(display, XGContextFromGC(gc), string, length, &direction, &fontAscent,
-                               &fontDescent, &overall))
-            return 0;
-        const int width = overall.width, ascent = fontAscent, height = fontAscent + fontDescent;
-        if (width <= 0 || height <= 0 || width > kMaxBoxSide || height > kMaxBoxSide) return 0;
-
         setScreenScale(display);
         int left, top, boxWidth, boxHeight;
         short corners[8];
@@ -356,15 +343,11 @@ int RotatedStringDraw(Display *display, Drawable d, GC gc, int x, int y, const c
         const long area = static_cast<long>(boxWidth) * boxHeight;
 
         Resources r{display};
-        XGCValues font{};
-        XGetGCValues(display, gc, GCFont, &font);
-        const std::string key = fontKey(font.font);
         Pixmap bits = 0;
-        if (!QlGetCachedRotText(display, angle, key.c_str(), string, length, &bits, area)) {
-            bits = turnedBitmap(r, d, gc, string, length, width, ascent, height, angle, left, top, boxWidth,
-                                boxHeight);
+        if (!QlGetCachedRotText(display, angle, text.cacheKey, string, length, &bits, area)) {
+            bits = turnedBitmap(r, d, text, angle, left, top, boxWidth, boxHeight);
             if (!bits) return 0;
-            r.keepBits = QlSetCachedRotText(display, angle, key.c_str(), string, length, bits, area) == 1;
+            r.keepBits = QlSetCachedRotText(display, angle, text.cacheKey, string, length, bits, area) == 1;
         }
 
         // The mask: the glyphs, or the whole box for an image string.
@@ -402,6 +385,50 @@ int RotatedStringDraw(Display *display, Drawable d, GC gc, int x, int y, const c
     }
 }
 
+int RotatedStringDraw(Display *display, Drawable d, GC gc, int x, int y, const char *string, int length, int angle,
+                      int image) {
+    if (!display || !gc || !string || length <= 0) return 0;
+    try {
+        ErrorTrap trap(display);
+        int direction = 0, fontAscent = 0, fontDescent = 0;
+        XCharStruct overall{};
+        if (!XQueryTextExtents(display, XGContextFromGC(gc), string, length, &direction, &fontAscent,
+                               &fontDescent, &overall))
+            return 0;
+        XGCValues user{};
+        XGetGCValues(display, gc, GCFont, &user);
+        const std::string key = fontKey(user.font);
+        RotatedText text{overall.width, fontAscent, fontAscent + fontDescent, key.c_str(),
+                         [&](Drawable bitmap, GC textGC, int baseline) {
+                             if (!key.empty()) XSetFont(display, textGC, user.font);
+                             XDrawImageString(display, bitmap, textGC, 0, baseline, string, length);
+                         }};
+        return RotatedTextDraw(display, d, gc, x, y, string, length, angle, image, text);
+    } catch (const std::bad_alloc &) {
+        return BadAlloc;
+    }
+}
+
+// Metrics and drawing are the font set's; the cache knows the set by its
+// base names.
+int mbRotatedStringDraw(Display *display, Drawable d, XFontSet set, GC gc, int x, int y, const char *text,
+                        int length, int angle, int image) {
+    if (!display || !set || !gc || !text || length <= 0) return 0;
+    try {
+        ErrorTrap trap(display);
+        XRectangle ink{}, logical{};
+        XmbTextExtents(set, text, length, &ink, &logical);
+        const char *names = XBaseFontNameListOfFontSet(set);
+        RotatedText box{logical.width, -logical.y, logical.height, names ? names : "",
+                        [&](Drawable bitmap, GC textGC, int baseline) {
+                            XmbDrawImageString(display, bitmap, set, textGC, 0, baseline, text, length);
+                        }};
+        return RotatedTextDraw(display, d, gc, x, y, text, length, angle, image, box);
+    } catch (const std::bad_alloc &) {
+        return BadAlloc;
+    }
+}
+
 int XDrawRotString(Display *display, Drawable d, GC gc, int x, int y, const char *string, int length, int angle) {
     return RotatedStringDraw(display, d, gc, x, y, string, length, angle, 0);
 }
@@ -409,4 +436,14 @@ int XDrawRotString(Display *display, Drawable d, GC gc, int x, int y, const char
 int XDrawRotImageString(Display *display, Drawable d, GC gc, int x, int y, const char *string, int length,
                         int angle) {
     return RotatedStringDraw(display, d, gc, x, y, string, length, angle, 1);
+}
+
+int XmbDrawRotString(Display *display, Drawable d, XFontSet set, GC gc, int x, int y, const char *text, int length,
+                     int angle) {
+    return mbRotatedStringDraw(display, d, set, gc, x, y, text, length, angle, 0);
+}
+
+int XmbDrawRotImageString(Display *display, Drawable d, XFontSet set, GC gc, int x, int y, const char *text,
+                          int length, int angle) {
+    return mbRotatedStringDraw(display, d, set, gc, x, y, text, length, angle, 1);
 }

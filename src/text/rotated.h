@@ -5,6 +5,8 @@
 
 #include <qualin/Ql.h>
 
+#include <functional>
+
 extern "C" {
 
 // Both give 0 for an empty string or text of no size, otherwise what
@@ -13,12 +15,33 @@ QL_EXPORT int XDrawRotString(Display *display, Drawable d, GC gc, int x, int y, 
                              int angle);
 QL_EXPORT int XDrawRotImageString(Display *display, Drawable d, GC gc, int x, int y, const char *string,
                                   int length, int angle);
+// The same for multibyte text in an Xlib font set.
+QL_EXPORT int XmbDrawRotString(Display *display, Drawable d, XFontSet set, GC gc, int x, int y, const char *text,
+                               int length, int angle);
+QL_EXPORT int XmbDrawRotImageString(Display *display, Drawable d, XFontSet set, GC gc, int x, int y,
+                                    const char *text, int length, int angle);
 
 }  // extern "C"
 
-// The worker of both: `image` 1 paints the whole turned box.
+// The workers: `image` 1 paints the whole turned box.
 int RotatedStringDraw(Display *display, Drawable d, GC gc, int x, int y, const char *string, int length, int angle,
                       int image);
+int mbRotatedStringDraw(Display *display, Drawable d, XFontSet set, GC gc, int x, int y, const char *text,
+                        int length, int angle, int image);
+
+// A text as the common worker sees it: its box, the distance from the box's
+// top to the baseline, the name its fonts have in the cache, and how to
+// paint it in 1 on 0 into a depth-1 bitmap with the GC given, its baseline
+// at `baseline`.
+struct RotatedText {
+    int width, ascent, height;
+    const char *cacheKey;
+    std::function<void(Drawable bitmap, GC gc, int baseline)> paint;
+};
+// Turns `text` about (x, y) onto d in the colours of gc; `string` and
+// `length` key the cache.  What XFreeGC gave, or 0 when nothing is drawn.
+int RotatedTextDraw(Display *display, Drawable d, GC gc, int x, int y, const char *string, int length, int angle,
+                    int image, const RotatedText &text);
 
 // Turns the box of width by height about its reference point (x, y) inside
 // it.  Gives the bounds (left, top, width, height) and the four corners as
