@@ -205,7 +205,9 @@ int QlEndPage(Display *handle) {
     _QlSetLocaleC();
     int rc = PDDriverSwitch[p->driverId]->EndPage(p);
     _QlResetLocale();
-    return _QlCheckSpace() == -1 ? 0 : rc;
+    // A page that didn't reach the temporary file (its disk filled up on
+    // the way) is as good as lost.
+    return _QlCheckSpace() == -1 || std::ferror(p->stream) ? 0 : rc;
 }
 
 int QlEndDoc(Display *handle) {
@@ -216,8 +218,16 @@ int QlEndDoc(Display *handle) {
     _QlSetLocaleC();
     PDDriverSwitch[p->driverId]->EndDoc(p);
     _QlResetLocale();
-    std::fclose(p->stream);
+    const bool written = !std::ferror(p->stream);
+    const bool closed = std::fclose(p->stream) == 0;
     p->stream = nullptr;
+    if (!written || !closed) {
+        // A document cut short by a full disk is never spooled: the
+        // printer or the output file would get half of it.
+        _QlError(eWriteFile, "QlEndDoc", p->tmpName ? p->tmpName : "");
+        if (p->tmpName) unlink(p->tmpName);
+        return 0;
+    }
     return unix_print(p);
 }
 

@@ -8,6 +8,11 @@
 #include "support/tempdir.h"
 
 #include <clocale>
+#include <csignal>
+#include <filesystem>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using qltest::Exists;
 using qltest::MessageCapture;
@@ -386,6 +391,73 @@ TEST(Spool, TemporaryFilesGoWhereAsked) {
     ScopedEnv t2("TMPDIR", "/proc");
     EXPECT_EQ(QlStartDoc(d, "x"), 0);
     QlClosePrinter(d);
+}
+
+// The temporary disk fills up (a file size limit stands in for it, in a
+// child process): a document that can't start says so, and one cut short in
+// the middle never reaches the output, whose old contents stay; no
+// temporary file is left either way.
+TEST(Faults, FullTemporaryDisk) {
+    Config cfg;
+    TempDir out, tmpdir;
+    ScopedEnv q("QLTMPDIR", tmpdir.path().c_str());
+    const std::string target = out / "out.ps";
+    WriteFile(target, "the user's file\n");
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        int failures = 0;
+        MessageCapture msgs;
+        Display *d = QlVaOpenPrinter(nullptr, copyCommand(target).c_str(), nullptr, 0);
+        rlimit none{0, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &none);
+        failures |= QlStartDoc(d, "x") != 0;
+        rlimit some{20000, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &some);
+        failures |= (QlStartDoc(d, "x") != 1 || QlStartPage(d) != 1) << 1;
+        GC gc = QlCreateGC(d, 0, 0, nullptr);
+        for (int i = 0; i < 2000; ++i) QlDrawLine(d, 0, gc, i, 0, 0, i);
+        failures |= (QlEndPage(d) != 0) << 2;
+        failures |= (QlEndDoc(d) != 0) << 3;
+        failures |= (msgs.indices != std::vector<int>{eWriteFile}) << 4;
+        _exit(failures);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "failed checks, as bits";
+    EXPECT_TRUE(ReadFile(target) == "the user's file\n") << "the output was overwritten";
+    EXPECT_TRUE(std::filesystem::is_empty(tmpdir.path()));
+}
+
+// Files the printer was opened with go away before it prints: the PPD is
+// held open and still serves; a font whose metrics are gone doesn't load
+// (perror names the file), and the page prints all the same.
+TEST(Faults, FilesRemovedBetweenOpenAndPrint) {
+    Config cfg;
+    TempDir out;
+    const std::string target = out / "out.ps";
+    // The metrics as files of this configuration, not the shared link.
+    std::filesystem::remove(cfg.dir / "fontmetrics");
+    std::filesystem::copy(qltest::BuildConfigDir() + "/fontmetrics", cfg.dir / "fontmetrics",
+                          std::filesystem::copy_options::recursive);
+    Display *d = QlVaOpenPrinter("TestModel", copyCommand(target).c_str(), nullptr, 0);
+    ASSERT_NE(d, nullptr);
+    std::filesystem::remove(cfg.dir / "ppds/TestModel.PS");
+    ASSERT_TRUE(std::filesystem::remove(cfg.dir / "fontmetrics/afm/Times-Roman.afm"));
+    MessageCapture msgs;
+    ASSERT_EQ(QlStartDoc(d, "x"), 1);
+    ASSERT_EQ(QlStartPage(d), 1);
+    EXPECT_EQ(QlLoadQueryFont(d, "-adobe-times-medium-r-normal--40-*-*-*-p-*-iso8859-1"), nullptr);
+    EXPECT_TRUE(msgs.indices.empty());
+    GC gc = QlCreateGC(d, 0, 0, nullptr);
+    EXPECT_EQ(QlDrawString(d, 0, gc, 100, 100, "default font", 12), 0);
+    QlFreeGC(d, gc);
+    ASSERT_EQ(QlEndPage(d), 1);
+    ASSERT_EQ(QlEndDoc(d), 1);
+    QlClosePrinter(d);
+    EXPECT_TRUE(qltest::RendersCleanly(target));
 }
 
 }  // namespace
