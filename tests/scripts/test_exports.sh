@@ -57,4 +57,6 @@ for ex in shapes "screen_or_paper -print"; do
   gs -q -dBATCH -dNOPAUSE -dSAFER -sDEVICE=nullpage qualin.out >"$work/gs.log" 2>&1 || { cat "$work/gs.log"; fail "gs of $prog"; }
   if grep -q -E 'Error|Warning|Substituting' "$work/gs.log"; then cat "$work/gs.log"; fail "gs complained of $prog"; fi
 done
+# Printing a window needs a display: built only.
+cc -std=c99 $san "$src/examples/print_window.c" $flags -o "$work/print_window"
 echo "1 passed, 0 failed"

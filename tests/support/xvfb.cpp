@@ -40,8 +40,13 @@ Server &TheServer() {
   return server;
 }
 
-void StopServer() {
-  Server &server = TheServer();
+// A second server whose one screen is 8-bit PseudoColor.
+Server &TheServer8() {
+  static Server server;
+  return server;
+}
+
+void Stop(Server &server) {
   if (server.pid <= 0) return;
   kill(server.pid, SIGTERM);
   int status;
@@ -49,6 +54,9 @@ void StopServer() {
   }
   server.pid = -1;
 }
+
+void StopServer() { Stop(TheServer()); }
+void StopServer8() { Stop(TheServer8()); }
 
 bool ExecutableOnPath(const char *program) {
   const char *path = std::getenv("PATH");
@@ -87,7 +95,7 @@ std::string ReadDisplayNumber(int fd) {
   return text;
 }
 
-void StartServer(Server &server) {
+void StartServer(Server &server, const char *screen = "1280x1024x24", void (*stop)() = StopServer) {
   server.tried = true;
   if (!HaveXvfb()) {
     server.failure = "Xvfb is not installed (install the xvfb package)";
@@ -101,7 +109,7 @@ void StartServer(Server &server) {
   // Everything the child needs is prepared before fork.
   std::string fdText = std::to_string(fds[1]);
   std::vector<const char *> argv = {"Xvfb",        "-displayfd", fdText.c_str(), "-screen", "0",
-                                    "1280x1024x24", "-nolisten",  "tcp",          "-noreset", nullptr};
+                                    screen,         "-nolisten",  "tcp",          "-noreset", nullptr};
   pid_t parent = getpid();
   pid_t pid = fork();
   if (pid < 0) {
@@ -125,12 +133,12 @@ void StartServer(Server &server) {
   }
   close(fds[1]);
   server.pid = pid;
-  std::atexit(StopServer);
+  std::atexit(stop);
   std::string number = ReadDisplayNumber(fds[0]);
   close(fds[0]);
   if (number.empty()) {
     server.failure = "Xvfb did not report a display number";
-    StopServer();
+    stop();
     return;
   }
   server.name = ":" + number;
@@ -160,6 +168,12 @@ Display *OpenTestDisplay() {
   const std::string &name = XvfbDisplayName();
   if (name.empty()) return nullptr;
   return XOpenDisplay(name.c_str());
+}
+
+Display *OpenPseudoColorTestDisplay() {
+  Server &server = TheServer8();
+  if (!server.tried) StartServer(server, "640x480x8", StopServer8);
+  return server.name.empty() ? nullptr : XOpenDisplay(server.name.c_str());
 }
 
 }  // namespace qltest

@@ -31,4 +31,8 @@ pid_t XvfbPid();
 // caller closes it with XCloseDisplay.
 Display *OpenTestDisplay();
 
+// A connection to a second server of the process, 640x480 at depth 8,
+// whose default visual is PseudoColor; null if it can't be started.
+Display *OpenPseudoColorTestDisplay();
+
 }  // namespace qltest
