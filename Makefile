@@ -4,9 +4,10 @@ RELEASE := build/release
 ASAN := build/asan
 FUZZ := build/fuzz
 BENCH := build/bench
+VALGRIND := build/valgrind
 FUZZ_SECONDS ?= 60
 
-.PHONY: all bootstrap demo test corpus bench fuzz clean
+.PHONY: all bootstrap demo test corpus bench fuzz valgrind clean
 
 all: $(RELEASE)/Makefile
 	cmake --build $(RELEASE) -j$(JOBS)
@@ -48,6 +49,12 @@ fuzz: bootstrap
 	@for f in tests/fuzz/fuzz_*.cpp; do n=$$(basename $$f .cpp); c=tests/fuzz/corpus/$${n#fuzz_}; \
 	  mkdir -p $(FUZZ)/corpus/$$n; echo "== $$n"; \
 	  QLPATH=$(CURDIR)/data $(FUZZ)/tests/$$n -max_total_time=$(FUZZ_SECONDS) $(FUZZ)/corpus/$$n $$c || exit 1; done
+
+# The whole suite under valgrind memcheck, without the sanitizers.
+valgrind: bootstrap
+	cmake -S . -B $(VALGRIND) -DCMAKE_BUILD_TYPE=Debug -DQL_TESTS=ON -DQL_VALGRIND=ON
+	cmake --build $(VALGRIND) -j$(JOBS)
+	cd $(VALGRIND) && ctest --output-on-failure -j$(JOBS)
 
 clean:
 	rm -rf build demo-*.png

@@ -82,6 +82,47 @@ private:
     bool failed_ = false;
 };
 
+// Keeps a lost connection from ending the program while the window is
+// read: Xlib's default handlers exit when the server goes away.  With
+// these in place the calls fail instead (and every later call on that
+// display fails at once), the dump is reported, and the application gets
+// control back to finish its document.  Other displays' I/O errors go to
+// the handler that was there.  Xlib can't tell which exit handler a
+// display had, so the default one is put back.
+class ConnectionTrap {
+public:
+    explicit ConnectionTrap(Display *display) : display_(display), outer_(current_) {
+        current_ = this;
+        previous_ = XSetIOErrorHandler(&ConnectionTrap::handler);
+        XSetIOErrorExitHandler(display_, &ConnectionTrap::carryOn, nullptr);
+    }
+    ~ConnectionTrap() {
+        if (!lost_) XSetIOErrorExitHandler(display_, nullptr, nullptr);
+        XSetIOErrorHandler(previous_);
+        current_ = outer_;
+    }
+    ConnectionTrap(const ConnectionTrap &) = delete;
+    ConnectionTrap &operator=(const ConnectionTrap &) = delete;
+
+private:
+    static int handler(Display *display) {
+        ConnectionTrap *trap = current_;
+        if (trap && display == trap->display_) {
+            trap->lost_ = true;
+            return 0;
+        }
+        XIOErrorHandler next = trap ? trap->previous_ : nullptr;
+        return next ? next(display) : 0;
+    }
+    static void carryOn(Display *, void *) {}
+
+    static inline ConnectionTrap *current_ = nullptr;
+    Display *display_;
+    ConnectionTrap *outer_;
+    XIOErrorHandler previous_ = nullptr;
+    bool lost_ = false;
+};
+
 // Whether `window` has the property `atom`, of any type.
 bool hasProperty(Display *display, Window window, Atom atom) {
     Atom type = None;
@@ -260,6 +301,7 @@ ImagePtr readIndexed(Display *printer, Display *display, int screen, Window wind
 
 // Reads the window as the printer will take it; null after a report.
 ImagePtr readWindow(Display *printer, QlPrinter *p, Display *display, int screen, Window window) {
+    ConnectionTrap connection(display);
     ErrorTrap trap(display);
     window = XmuClientWindow(display, window);
     XWindowAttributes attr;

@@ -15,6 +15,14 @@
 #include <Xm/PushB.h>
 #include <Xm/RowColumn.h>
 
+#include <csignal>
+#include <cstring>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/gs.h"
+#include "support/tempdir.h"
+
 using namespace qltest;
 
 namespace {
@@ -199,4 +207,52 @@ TEST(PrintWindow, ScreenEdgeFramesAndErrors) {
   EXPECT_EQ(QlPrintWindow(page.d, dpy, 0, parent, 0, 0), 1);
   EXPECT_EQ(XSetErrorHandler(before), CountErrors);
   XCloseDisplay(dpy);
+}
+
+// The X server goes away while a window is printed: the call reports and
+// gives 0 instead of Xlib ending the program, which then finishes its
+// document.  In a child process with a server of its own, as the lost
+// connection can't be closed.
+TEST(PrintWindow, ServerGoneDuringTheDump) {
+  TempDir dir;
+  const std::string out = dir / "out.ps";
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    int fds[2];
+    if (pipe(fds) != 0) _exit(100);
+    const pid_t server = fork();
+    if (server == 0) {
+      close(fds[0]);
+      const std::string fd = std::to_string(fds[1]);
+      execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-nolisten", "tcp", "-screen", "0", "320x240x24",
+             static_cast<char *>(nullptr));
+      _exit(127);
+    }
+    close(fds[1]);
+    char number[16] = {};
+    if (read(fds[0], number, sizeof number - 1) <= 0) _exit(101);
+    Display *d = XOpenDisplay((":" + std::string(number, std::strcspn(number, "\n"))).c_str());
+    if (!d) _exit(102);
+    const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 10, 10, 100, 60, 0, 0, 0xff0000);
+    XMapWindow(d, w);
+    XWindowAttributes a{};
+    do XGetWindowAttributes(d, w, &a);
+    while (a.map_state != IsViewable);
+    kill(server, SIGKILL);
+    waitpid(server, nullptr, 0);
+
+    MessageCapture messages;
+    Display *p = QlVaOpenPrinter(nullptr, ("cat >" + out).c_str(), nullptr, 0);
+    int failed = QlStartDoc(p, "gone") != 1 || QlStartPage(p) != 1;
+    failed |= (QlPrintWindow(p, d, 0, w, 0, 0) != 0) << 1;
+    failed |= (messages.indices.size() != 1) << 2;
+    failed |= (QlEndPage(p) != 1 || QlEndDoc(p) != 1) << 3;
+    _exit(failed);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status)) << "the program ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "failed checks, as bits (above 99: no server)";
+  EXPECT_TRUE(RendersCleanly(out));
 }
