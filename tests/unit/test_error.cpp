@@ -91,22 +91,6 @@ TEST(ErrorText, EmptyBeforeAnyMessage) {
   QlGetErrorText(nullptr, 10);
 }
 
-TEST(Catalog, RowsKeysAndTexts) {
-  for (int i = 0; i < QL_MESSAGE_COUNT; ++i) {
-    ASSERT_NE(QlMessageCatalog[i].format, nullptr) << i;
-    ASSERT_NE(QlMessageCatalog[i].key, nullptr) << i;
-    EXPECT_EQ(QlMessageCatalog[i].key[0], i <= eBadAppSoftFont ? 'e' : 'w') << i;
-  }
-  EXPECT_STREQ(QlMessageCatalog[ePrtImage].format, "%s: attemp to get an image from a printer");
-  EXPECT_STREQ(QlMessageCatalog[eBadColorEntry].format, "%s: bad colormap entry: must be '\"c\", \"colordef\",'");
-  EXPECT_STREQ(QlMessageCatalog[eBadPixel2].format, "%s: pixel \"%c%c\" not in previous colormap");
-  EXPECT_STREQ(QlMessageCatalog[wBadInstall].format,
-               "Unable to read printer configuration file.\nPersonal: %s or\nSystem: %s.\n"
-               "Check file permissions and [devices] section.\n");
-  EXPECT_STREQ(QlMessageCatalog[wFSLostConnectionNoMoreRetries].key, "wFSLostConnectionNoMoreRetries");
-  EXPECT_STREQ(QlMessageCatalog[wInvalidDuplex].format, "%s: unknown Duplex Option %s");
-}
-
 TEST(Report, HandlerGetsRecordAndKeyedText) {
   Reporting reporting;
   gHandlerResult = 42;
@@ -172,7 +156,7 @@ TEST(Report, LongTextsAreCutNotOverflowed) {
   const std::string prefix = "eOpenFile: QlStartDoc: Can not open file ";
   std::string longName(5000, 'a');
   std::string text = Stored(eOpenFile, "QlStartDoc", longName);
-  // The formatted part is cut to 1023 characters; the key is added after.
+  // The formatted text is cut to 1023 characters; the key is added after.
   ASSERT_EQ(text.size(), std::strlen("eOpenFile: ") + 1023);
   EXPECT_EQ(text.substr(0, prefix.size()), prefix);
   EXPECT_EQ(text.find_first_not_of('a', prefix.size()), std::string::npos);

@@ -4,13 +4,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
+#include <tuple>
 #include <unistd.h>
 
 #include "port/kvo.h"
+#include "support/tempdir.h"
 
 namespace fs = std::filesystem;
 
@@ -36,14 +36,8 @@ struct InDir {
   fs::path saved;
 };
 
-void WriteFile(const std::string &path, const std::string &bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string ReadFile(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using qltest::ReadFile;
+using qltest::WriteFile;
 
 std::string Str(const char *s) { return s != nullptr ? s : "<null>"; }
 
@@ -57,19 +51,13 @@ std::string ConvertCase(const char *path) {
 }  // namespace
 
 TEST(PortPath, BuildsPathsFromComponents) {
-  auto build = [](const char *d, const char *s, const char *f) { return Str(_kvoCreatePathFromComponents(d, s, f, nullptr)); };
-  EXPECT_EQ(build("/a/", "b", "c"), "/a/b/c");
-  EXPECT_EQ(build("", "ppds", "x"), "./ppds/x");
-  EXPECT_EQ(build("/a", nullptr, nullptr), "/a");
-  EXPECT_EQ(build(nullptr, nullptr, "x"), "x");
-  EXPECT_EQ(build("/", nullptr, "x"), "/x");
-  EXPECT_EQ(build("/", nullptr, nullptr), "/");
-  EXPECT_EQ(build("/", "b", nullptr), "/b");
-  EXPECT_EQ(build("a", "b/", nullptr), "a/b");
-  EXPECT_EQ(build(nullptr, "b", nullptr), "./b");
-  EXPECT_EQ(build("", "", ""), "");
+  const char *cases[][4] = {{"/a/", "b", "c", "/a/b/c"}, {"", "ppds", "x", "./ppds/x"}, {"/a", nullptr, nullptr, "/a"},
+                            {nullptr, nullptr, "x", "x"},  {"/", nullptr, "x", "/x"},    {"/", nullptr, nullptr, "/"},
+                            {"/", "b", nullptr, "/b"},     {"a", "b/", nullptr, "a/b"},  {nullptr, "b", nullptr, "./b"},
+                            {"", "", "", ""}};
+  for (auto &c : cases) EXPECT_EQ(Str(_kvoCreatePathFromComponents(c[0], c[1], c[2], nullptr)), c[3]) << c[3];
 
-  // The output buffer may be one of the parts.
+  // The output buffer may be one of the components.
   char buf[64] = "name.ps";
   EXPECT_EQ(_kvoCreatePathFromComponents("/cfg", "ppds", buf, buf), buf);
   EXPECT_STREQ(buf, "/cfg/ppds/name.ps");
@@ -235,13 +223,9 @@ TEST(PortPath, SplitsAndValidatesNames) {
   EXPECT_EQ(b, 0);
   EXPECT_EQ(e, -1);
 
-  EXPECT_EQ(_kvoValidFilename("a[1]", 1), 0);
-  EXPECT_EQ(_kvoValidFilename("a:", 0), 0);
-  EXPECT_EQ(_kvoValidFilename("a:b", 0), 1);
-  EXPECT_EQ(_kvoValidFilename("a*", 0), 0);
-  EXPECT_EQ(_kvoValidFilename("a*", 1), 1);
-  EXPECT_EQ(_kvoValidFilename("", 1), 0);
-  EXPECT_EQ(_kvoValidFilename(nullptr, 1), 0);
+  for (auto [name, wild, ok] : {std::tuple{"a[1]", 1, 0}, {"a:", 0, 0}, {"a:b", 0, 1}, {"a*", 0, 0}, {"a*", 1, 1},
+                                 {"", 1, 0}, {nullptr, 1, 0}})
+    EXPECT_EQ(_kvoValidFilename(name, wild), ok) << Str(name) << wild;
   EXPECT_EQ(_kvoValidPathname("/usr/l]b", 0), 0);
 
   char path[] = "usr//lib/x";
@@ -256,18 +240,8 @@ TEST(PortPath, SplitsAndValidatesNames) {
   EXPECT_EQ(GetNextSubPath(&cursor, comp), 0);
 }
 
-TEST(PortString, CopiesComparesAndTokenizes) {
-  EXPECT_EQ(_kvo_strdup(nullptr), nullptr);
-  char *copy = _kvo_strdup("Text");
-  EXPECT_STREQ(copy, "Text");
-  free(copy);
-
-  EXPECT_EQ(_kvo_strcasecmp("Letter", "lETTER"), 0);
-  EXPECT_EQ(_kvo_strcasecmp("abc", "ABD"), 'c' - 'd');
-  EXPECT_EQ(_kvo_strcasecmp("ab", "ABC"), -'c');
-  EXPECT_EQ(_kvo_strncasecmp("A4Small", "a4", 2), 0);
-  EXPECT_EQ(_kvo_strncasecmp("A4", "a5", 2), '4' - '5');
-
+// Empty fields between delimiters come back only with a save pointer.
+TEST(PortString, Tokenizes) {
   char text[] = "a,,b";
   char *save = nullptr;
   EXPECT_STREQ(_kvoTokenize(text, ",", &save), "a");
@@ -321,7 +295,7 @@ TEST(PortFile, RenameAcrossFileSystemsCopies) {
   EXPECT_EQ(ReadFile(dst), "%!PS\n");
 }
 
-TEST(PortWrappers, DirectoryListAndPasswd) {
+TEST(PortWrappers, DirectoryList) {
   TempDir one, two;
   ASSERT_FALSE(one.path.empty());
   ASSERT_FALSE(two.path.empty());
@@ -349,12 +323,4 @@ TEST(PortWrappers, DirectoryListAndPasswd) {
   EXPECT_EQ(_kvo_closedir(d2), 0);
   EXPECT_EQ(_kvo_closedir(d2), -1);
   EXPECT_EQ(_kvo_opendir((one.path + "/none").c_str()), nullptr);
-
-  struct passwd *pw = _kvo_getpwnam("root");
-  ASSERT_NE(pw, nullptr);
-  EXPECT_STREQ(pw->pw_name, "root");
-  EXPECT_EQ(pw->pw_uid, 0u);
-  EXPECT_EQ(_kvo_getpwnam("no-such-user-qlport"), nullptr);
-  EXPECT_STREQ(pw->pw_name, "root");
-  EXPECT_EQ(_kvo_getpwnam(nullptr), nullptr);
 }
