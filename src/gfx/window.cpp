@@ -104,6 +104,10 @@ public:
     ConnectionTrap(const ConnectionTrap &) = delete;
     ConnectionTrap &operator=(const ConnectionTrap &) = delete;
 
+    // True once the connection is gone: what the calls gave since then
+    // (replies Xlib never filled in) must not be looked at.
+    bool lost() const { return lost_; }
+
 private:
     static int handler(Display *display) {
         ConnectionTrap *trap = current_;
@@ -302,8 +306,12 @@ ImagePtr readIndexed(Display *printer, Display *display, int screen, Window wind
 // Reads the window as the printer will take it; null after a report.
 ImagePtr readWindow(Display *printer, QlPrinter *p, Display *display, int screen, Window window) {
     ConnectionTrap connection(display);
-    ErrorTrap trap(display);
-    window = XmuClientWindow(display, window);
+    ErrorTrap trap(display);  // its sync finds a connection already lost
+    if (!connection.lost()) window = XmuClientWindow(display, window);
+    if (connection.lost()) {
+        _QlError(eUnMapped, kCaller);
+        return nullptr;
+    }
     XWindowAttributes attr;
     if (!XGetWindowAttributes(display, window, &attr)) {
         _QlError(eNoWAttr, kCaller);
