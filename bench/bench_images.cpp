@@ -1,17 +1,11 @@
-// Image data: each encoder's throughput, and a 2000x2000 TrueColor image
-// put on a PostScript page by the library and by cairo's PostScript surface.
+// Image data: each encoder's throughput over a 2000x2000 RGB picture.  The
+// whole QlPutImage against cairo is in bench_vs_cairo.
 #include <benchmark/benchmark.h>
 
 #include "core/encode.h"
 
-#include <qualin/Ql.h>
-
-#include <cairo-ps.h>
-#include <cairo.h>
-
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <vector>
 
 namespace {
@@ -93,77 +87,5 @@ void BM_EncodeRowDelta(benchmark::State &state) {
 BENCHMARK(BM_EncodeHex)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_EncodeAscii85RunLength)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_EncodeRowDelta)->Unit(benchmark::kMillisecond);
-
-// The same picture as a printer's depth-24 image (red in the low byte).
-XImage *PrinterImage(Display *printer) {
-    auto *data = static_cast<char *>(std::malloc(size_t{kSide} * kSide * 4));
-    XImage *image = QlCreateImage(printer, nullptr, 24, ZPixmap, 0, data, kSide, kSide, 32, 0);
-    for (int y = 0; y < kSide; ++y)
-        for (int x = 0; x < kSide; ++x) QlPutPixel(image, x, y, Pixel(x, y));
-    return image;
-}
-
-// A whole one-page document with the image, as an application prints it:
-// range(0) is the language level, range(1) 1 for compressed data.
-void BM_QualinPutImage(benchmark::State &state) {
-    QlSetErrorHandler([](QlErrorRecord *) { return 0; });
-    Display *printer = QlVaOpenPrinter(nullptr, "cat >/dev/null", nullptr, 0);
-    if (!printer) {
-        state.SkipWithError("no printer: set QLPATH to the data directory");
-        return;
-    }
-    auto *p = reinterpret_cast<QlPrinter *>(printer);
-    QlSetPSColor(printer, 1);
-    XImage *image = PrinterImage(printer);
-    GC gc = QlCreateGC(printer, 0, 0, nullptr);
-    for (auto _ : state) {
-        p->level = static_cast<int>(state.range(0));
-        p->bitmapCompression = static_cast<int>(state.range(1));
-        QlStartDoc(printer, "bench");
-        QlStartPage(printer);
-        QlPutImage(printer, 0, gc, image, 0, 0, 0, 0, kSide, kSide);
-        QlEndPage(printer);
-        QlEndDoc(printer);
-    }
-    QlFreeGC(printer, gc);
-    QlDestroyImage(image);
-    QlClosePrinter(printer);
-    Encoded(state, kSide * kSide * 3);
-}
-BENCHMARK(BM_QualinPutImage)
-    ->ArgNames({"level", "compressed"})
-    ->Args({2, 0})
-    ->Args({2, 1})
-    ->Args({1, 1})
-    ->Unit(benchmark::kMillisecond);
-
-// cairo's PostScript surface painting the same pixels, one page.
-void BM_CairoPaintImage(benchmark::State &state) {
-    const auto &rows = Rows();
-    cairo_surface_t *src = cairo_image_surface_create(CAIRO_FORMAT_RGB24, kSide, kSide);
-    cairo_surface_flush(src);
-    unsigned char *px = cairo_image_surface_get_data(src);
-    const int stride = cairo_image_surface_get_stride(src);
-    for (int y = 0; y < kSide; ++y)
-        for (int x = 0; x < kSide; ++x) {
-            const uint8_t *rgb = &rows[(size_t{static_cast<size_t>(y)} * kSide + x) * 3];
-            reinterpret_cast<uint32_t *>(px + y * stride)[x] = uint32_t{rgb[0]} << 16 | uint32_t{rgb[1]} << 8 | rgb[2];
-        }
-    cairo_surface_mark_dirty(src);
-    for (auto _ : state) {
-        cairo_surface_t *ps = cairo_ps_surface_create("/dev/null", 612, 792);
-        cairo_t *cr = cairo_create(ps);
-        cairo_scale(cr, 72.0 / 300, 72.0 / 300);
-        cairo_set_source_surface(cr, src, 0, 0);
-        cairo_paint(cr);
-        cairo_show_page(cr);
-        cairo_destroy(cr);
-        cairo_surface_finish(ps);
-        cairo_surface_destroy(ps);
-    }
-    cairo_surface_destroy(src);
-    Encoded(state, kSide * kSide * 3);
-}
-BENCHMARK(BM_CairoPaintImage)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -3,11 +3,11 @@
 #include "core/out.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace ql {
-namespace {
 
-constexpr char kHexDigits[] = "0123456789abcdef";
+namespace {
 
 // Equal bytes in a row that end a changed stretch: fewer would cost more in
 // a new stretch's head (6 digits) than they save.
@@ -16,41 +16,45 @@ constexpr size_t kLongestStretch = 255;
 // The largest offset that 4 hexadecimal digits hold.
 constexpr size_t kLargestOffset = 0xFFFF;
 
+char *hexPair(char *o, uint8_t b) {
+    std::memcpy(o, &kHexPairs[2 * b], 2);
+    return o + 2;
+}
+
+// One ASCII85 group of the four bytes of `v` into `o`; returns the end.
+char *ascii85Group(char *o, uint32_t v, int n) {
+    if (n == 4 && v == 0) {
+        *o = 'z';
+        return o + 1;
+    }
+    char digits[5];
+    for (int i = 4; i >= 0; --i, v /= 85) digits[i] = static_cast<char>(v % 85 + 33);
+    const int count = std::clamp(n, 1, 4) + 1;
+    std::memcpy(o, digits, static_cast<size_t>(count));
+    return o + count;
+}
+
 }  // namespace
 
 void PutHex(FILE *stream, std::span<const uint8_t> bytes) {
-    char buf[512];
-    size_t n = 0;
-    for (uint8_t b : bytes) {
-        if (n + 2 > sizeof buf) {
-            write(stream, {buf, n});
-            n = 0;
-        }
-        buf[n++] = kHexDigits[b >> 4];
-        buf[n++] = kHexDigits[b & 15];
+    char buf[4096];
+    for (size_t at = 0; at < bytes.size(); at += sizeof buf / 2) {
+        const size_t n = std::min(bytes.size() - at, sizeof buf / 2);
+        for (size_t i = 0; i < n; ++i) hexPair(buf + 2 * i, bytes[at + i]);
+        write(stream, {buf, 2 * n});
     }
-    write(stream, {buf, n});
 }
 
 void PutHex(FILE *stream, uint8_t byte) {
-    const char two[2] = {kHexDigits[byte >> 4], kHexDigits[byte & 15]};
+    char two[2];
+    hexPair(two, byte);
     write(stream, {two, 2});
 }
 
 void Ascii85Output(FILE *stream, const uint8_t (&group)[4], int n) {
     const uint32_t v = uint32_t(group[0]) << 24 | uint32_t(group[1]) << 16 | uint32_t(group[2]) << 8 | group[3];
-    if (n == 4 && v == 0) {
-        write(stream, "z");
-        return;
-    }
-    static constexpr uint32_t kDivisors[5] = {52200625, 614125, 7225, 85, 1};
-    char digits[5];
-    uint32_t rest = v;
-    for (int i = 0; i < 5; ++i) {
-        digits[i] = static_cast<char>(rest / kDivisors[i] + 33);
-        rest %= kDivisors[i];
-    }
-    write(stream, {digits, static_cast<size_t>(std::clamp(n, 1, 4) + 1)});
+    char out[5];
+    write(stream, {out, static_cast<size_t>(ascii85Group(out, v, n) - out)});
 }
 
 void Ascii85Writer::Reset(FILE *stream) {
@@ -69,8 +73,24 @@ void Ascii85Writer::Add(uint8_t byte) {
     }
 }
 
+// Whole groups go straight from the span into a buffer.
 void Ascii85Writer::Add(std::span<const uint8_t> bytes) {
-    for (uint8_t b : bytes) Add(b);
+    size_t i = 0;
+    for (; i < bytes.size() && index_ != 0; ++i) Add(bytes[i]);
+    char buf[4096];
+    char *o = buf;
+    for (; i + 4 <= bytes.size(); i += 4) {
+        if (o > buf + sizeof buf - 8) {
+            write(stream_, {buf, static_cast<size_t>(o - buf)});
+            o = buf;
+        }
+        const uint8_t *g = &bytes[i];
+        o = ascii85Group(o, uint32_t(g[0]) << 24 | uint32_t(g[1]) << 16 | uint32_t(g[2]) << 8 | g[3], 4);
+        total_ += 4;
+        if (total_ % 64 == 0) *o++ = '\n';
+    }
+    write(stream_, {buf, static_cast<size_t>(o - buf)});
+    for (; i < bytes.size(); ++i) Add(bytes[i]);
 }
 
 void Ascii85Writer::Finish() {
@@ -137,6 +157,10 @@ void RunLengthRow::Add(uint8_t c) {
     }
 }
 
+void RunLengthRow::Add(std::span<const uint8_t> bytes) {
+    for (uint8_t b : bytes) Add(b);
+}
+
 void RunLengthRow::Flush() {
     switch (state_) {
     case 1:
@@ -180,21 +204,37 @@ void RowDeltaWriter::Add(uint8_t byte) {
     if (count_ < width_) row_[count_++] = byte;
 }
 
+void RowDeltaWriter::Add(std::span<const uint8_t> bytes) {
+    const size_t n = std::min(bytes.size(), width_ - count_);
+    std::copy_n(bytes.begin(), n, row_.begin() + static_cast<long>(count_));
+    count_ += n;
+}
+
 void RowDeltaWriter::Segment(size_t offset, size_t length) {
     ++segments_;
-    char head[6];
+    // The head, the bytes, and a newline at most every 40 bytes.
+    const size_t at = text_.size();
+    text_.resize(at + 6 + 2 * length + length / 39 + 2);
+    char *o = text_.data() + at;
     const unsigned v = static_cast<unsigned>(offset);
-    for (int i = 0; i < 4; ++i) head[i] = kHexDigits[(v >> (12 - 4 * i)) & 15];
-    head[4] = kHexDigits[(length >> 4) & 15];
-    head[5] = kHexDigits[length & 15];
-    text_.append(head, 6);
+    o = hexPair(o, static_cast<uint8_t>(v >> 8));
+    o = hexPair(o, static_cast<uint8_t>(v));
+    o = hexPair(o, static_cast<uint8_t>(length));
     column_ += 6;
-    for (size_t i = offset; i < offset + length; ++i) {
-        text_ += kHexDigits[row_[i] >> 4];
-        text_ += kHexDigits[row_[i] & 15];
-        column_ += 2;
-        if (column_ % 80 > 77) text_ += '\n';
+    // A newline goes after the byte that takes the column (mod 80) past
+    // 77: bytes go out in runs up to the next such byte.
+    unsigned column = column_ % 80;
+    for (size_t i = offset, end = offset + length; i < end;) {
+        const unsigned target = column % 2 ? 79 : 78;
+        const size_t toNewline = (target - column + 80) % 80 / 2 ? (target - column + 80) % 80 / 2 : 40;
+        const size_t run = std::min(toNewline, end - i);
+        for (size_t k = 0; k < run; ++k) o = hexPair(o, row_[i + k]);
+        i += run;
+        column = static_cast<unsigned>((column + 2 * run) % 80);
+        if (run == toNewline) *o++ = '\n';
     }
+    column_ += 2 * length;
+    text_.resize(static_cast<size_t>(o - text_.data()));
 }
 
 void RowDeltaWriter::EndRow() {
@@ -210,11 +250,20 @@ void RowDeltaWriter::EndRow() {
     } else {
         size_t i = 0;
         while (i < n) {
+            // Equal bytes, eight at a time while they last.
+            for (uint64_t a, b; i + 8 <= n; i += 8) {
+                std::memcpy(&a, &row_[i], 8);
+                std::memcpy(&b, &previous_[i], 8);
+                if (a != b) break;
+            }
             while (i < n && row_[i] == previous_[i]) ++i;
             if (i == n) break;
+            // Past the longest stretch and a run's length the stretch is
+            // cut at its longest whatever comes after.
+            const size_t limit = std::min(width_, i + kLongestStretch + kEqualRun);
             size_t end = i;
             int equal = 0;
-            while (end < width_ && equal < kEqualRun) {
+            while (end < limit && equal < kEqualRun) {
                 equal = row_[end] == previous_[end] ? equal + 1 : 0;
                 ++end;
             }
@@ -225,7 +274,13 @@ void RowDeltaWriter::EndRow() {
         }
     }
     text_ += '\n';
-    put(stream_, "%.4x", segments_);
+    if (segments_ <= 0xFFFF) {
+        char count[4];
+        hexPair(hexPair(count, static_cast<uint8_t>(segments_ >> 8)), static_cast<uint8_t>(segments_));
+        write(stream_, {count, 4});
+    } else {
+        put(stream_, "%.4x", segments_);
+    }
     write(stream_, text_);
     firstRow_ = false;
     row_.swap(previous_);

@@ -5,6 +5,7 @@
 // memory.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <span>
@@ -16,6 +17,14 @@ namespace ql {
 // Two lower-case hexadecimal digits per byte, as "%.2x" writes them.
 void PutHex(FILE *stream, std::span<const uint8_t> bytes);
 void PutHex(FILE *stream, uint8_t byte);
+
+// Hexadecimal digits and pairs of them, by value.
+inline constexpr char kHexDigits[] = "0123456789abcdef";
+inline constexpr std::array<char, 512> kHexPairs = [] {
+    std::array<char, 512> t{};
+    for (int i = 0; i < 256; ++i) t[2 * i] = kHexDigits[i >> 4], t[2 * i + 1] = kHexDigits[i & 15];
+    return t;
+}();
 
 // One ASCII85 group: the four bytes read big-endian, "z" for a whole group
 // of zeros, otherwise n + 1 digits (5 for a whole group).
@@ -47,6 +56,7 @@ public:
     explicit RunLengthRow(Ascii85Writer &out) : out_(out) {}
     void StartRow();
     void Add(uint8_t byte);
+    void Add(std::span<const uint8_t> bytes);
     // Flushes what is held: the end of a row.
     void EndRow();
     // The RunLengthDecode end marker (128), then the end of the ASCII85 text.
@@ -74,6 +84,7 @@ public:
     void Start(FILE *stream, int rowSize);
     void StartRow();
     void Add(uint8_t byte);
+    void Add(std::span<const uint8_t> bytes);
     // Writes the row and keeps it as the base of the next.
     void EndRow();
 

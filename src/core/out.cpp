@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 namespace ql {
@@ -25,9 +26,20 @@ public:
         std::memcpy(buf_ + len_, p, n);
         len_ += n;
     }
-    void fill(char c, size_t n) {
-        while (n--) append(&c, 1);
+    void push(char c) {
+        if (len_ == sizeof buf_) flush();
+        buf_[len_++] = c;
     }
+    void fill(char c, size_t n) {
+        while (n--) push(c);
+    }
+    // Room for `n` bytes at the end, written by the caller, who then
+    // passes the new end to grown().
+    char *room(size_t n) {
+        if (n > sizeof buf_ - len_) flush();
+        return buf_ + len_;
+    }
+    void grown(const char *end) { len_ = static_cast<size_t>(end - buf_); }
     void flush() {
         if (len_) sink_(buf_, len_);
         len_ = 0;
@@ -94,6 +106,8 @@ size_t number(char (&tmp)[128], const Directive &sp, const FmtArg &a) {
                    : a.kind == FmtArg::Int ? static_cast<double>(a.i)
                    : a.kind == FmtArg::Uint ? static_cast<double>(a.u)
                                             : 0.0;
+        if (sp.conv == 'f' && !sp.plus && !sp.space && sp.precision >= 0 && sp.precision <= 4)
+            if (char *e = FormatFixed(p, v, sp.precision)) return e - tmp;
         if (!std::isfinite(v)) v = 0.0;
         if (!std::signbit(v) && sp.plus) *p++ = '+';
         else if (!std::signbit(v) && sp.space) *p++ = ' ';
@@ -110,21 +124,32 @@ size_t number(char (&tmp)[128], const Directive &sp, const FmtArg &a) {
     }
 }
 
+constexpr size_t kFixedRoom = 24;  // the longest FormatFixed writes, and more
+
 template <typename Sink>
 void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
     Buffer<Sink> out(sink);
     size_t next = 0;
     const FmtArg none(static_cast<const char *>(nullptr));
     for (size_t i = 0; i < fmt.size();) {
-        size_t pct = fmt.find('%', i);
-        if (pct == std::string_view::npos) pct = fmt.size();
-        out.append(fmt.data() + i, pct - i);
-        if (pct >= fmt.size()) break;
-        i = pct + 1;
+        // The text up to a directive, a byte at a time: the pieces are short.
+        while (i < fmt.size() && fmt[i] != '%') out.push(fmt[i++]);
+        if (i >= fmt.size()) break;
+        ++i;
         if (i < fmt.size() && fmt[i] == '%') {
             out.append("%", 1);
             ++i;
             continue;
+        }
+        // The drivers' usual directive, "%.2f" and the like, on a double.
+        if (i + 2 < fmt.size() && fmt[i] == '.' && fmt[i + 2] == 'f' && fmt[i + 1] >= '0' && fmt[i + 1] <= '4' &&
+            next < args.size() && args[next].kind == FmtArg::Real) {
+            if (char *end = FormatFixed(out.room(kFixedRoom), args[next].d, fmt[i + 1] - '0')) {
+                out.grown(end);
+                ++next;
+                i += 3;
+                continue;
+            }
         }
         Directive sp;
         for (; i < fmt.size(); ++i) {
@@ -201,6 +226,139 @@ void run(Sink &sink, std::string_view fmt, std::span<const FmtArg> args) {
 
 }  // namespace
 
+namespace {
+
+constexpr char kDecimalPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+[[gnu::always_inline]] inline char *decimal(char *p, uint64_t v) {
+    // Coordinates are mostly below 10000: up to four digits without a loop.
+    if (v < 100) {
+        if (v < 10) {
+            *p = static_cast<char>('0' + v);
+            return p + 1;
+        }
+        std::memcpy(p, kDecimalPairs + 2 * v, 2);
+        return p + 2;
+    }
+    if (v < 10000) {
+        const auto high = static_cast<uint32_t>(v / 100), low = static_cast<uint32_t>(v % 100);
+        if (high < 10) *p++ = static_cast<char>('0' + high);
+        else std::memcpy(p, kDecimalPairs + 2 * high, 2), p += 2;
+        std::memcpy(p, kDecimalPairs + 2 * low, 2);
+        return p + 2;
+    }
+    char tmp[20];
+    char *const end = tmp + sizeof tmp;
+    char *q = end;
+    for (; v >= 100; v /= 100) std::memcpy(q -= 2, kDecimalPairs + 2 * (v % 100), 2);
+    if (v >= 10) std::memcpy(q -= 2, kDecimalPairs + 2 * v, 2);
+    else *--q = static_cast<char>('0' + v);
+    std::memcpy(p, q, static_cast<size_t>(end - q));
+    return p + (end - q);
+}
+
+// n / 10^D, the point and D digits.
+template <int D>
+char *fixedDigits(char *p, uint64_t n) {
+    if constexpr (D == 0) {
+        return decimal(p, n);
+    } else {
+        constexpr uint32_t kTen = D == 1 ? 10 : D == 2 ? 100 : D == 3 ? 1000 : 10000;
+        p = decimal(p, n / kTen);
+        *p = '.';
+        uint32_t part = static_cast<uint32_t>(n % kTen);
+        if constexpr (D == 2) {
+            std::memcpy(p + 1, kDecimalPairs + 2 * part, 2);
+        } else {
+            for (int i = D; i > 0; --i, part /= 10) p[i] = static_cast<char>('0' + part % 10);
+        }
+        return p + D + 1;
+    }
+}
+
+// round(m * 10^D / 2^shift), a tie to even, for 0 < shift.  Up to three
+// decimals m * 10^D takes at most 53 + 10 bits and fits in 64.
+template <int D>
+uint64_t roundedQuotient(uint64_t m, int shift) {
+    constexpr uint32_t kTen = D == 0 ? 1 : D == 1 ? 10 : D == 2 ? 100 : D == 3 ? 1000 : 10000;
+    using Wide = std::conditional_t<(D <= 3), uint64_t, unsigned __int128>;
+    constexpr int kBits = sizeof(Wide) * 8;
+    const Wide scaled = static_cast<Wide>(m) * kTen;
+    // Below half a unit (the scaled value has fewer bits than the shift) all
+    // rounds to 0.
+    if (shift >= kBits) return 0;
+    const uint64_t n = static_cast<uint64_t>(scaled >> shift);
+    const Wide rest = scaled & ((Wide{1} << shift) - 1), half = Wide{1} << (shift - 1);
+    return n + (rest > half || (rest == half && (n & 1)));
+}
+
+template <int D>
+char *fixed(char *p, uint64_t m, int e) {
+    // e >= 0 means |v| >= 2^52, beyond the range taken here.
+    return fixedDigits<D>(p, roundedQuotient<D>(m, -e));
+}
+
+}  // namespace
+
+char *FormatFixed(char *p, double v, int decimals) {
+#ifdef __SIZEOF_INT128__
+    if (decimals < 0 || decimals > 4 || !(std::fabs(v) < 1e14)) return nullptr;
+    // v is m times 2^e exactly; the rounding works on m in integers.
+    uint64_t bits;
+    std::memcpy(&bits, &v, sizeof bits);
+    const int biased = static_cast<int>(bits >> 52 & 0x7FF);
+    uint64_t m = bits & ((uint64_t{1} << 52) - 1);
+    if (biased) m |= uint64_t{1} << 52;
+    const int e = (biased ? biased : 1) - 1075;
+    if (bits >> 63) *p++ = '-';
+    switch (decimals) {
+    case 0: return fixed<0>(p, m, e);
+    case 1: return fixed<1>(p, m, e);
+    case 2: return fixed<2>(p, m, e);
+    case 3: return fixed<3>(p, m, e);
+    default: return fixed<4>(p, m, e);
+    }
+#else
+    (void)p, (void)v, (void)decimals;
+    return nullptr;
+#endif
+}
+
+void PutFixed(FILE *stream, std::initializer_list<double> numbers, int decimals, std::string_view tail) {
+    if (!stream) return;
+    char buf[512];
+    char *o = buf;
+    for (const double v : numbers) {
+        if (o + 2 * kFixedRoom + tail.size() > buf + sizeof buf) {
+            write(stream, {buf, static_cast<size_t>(o - buf)});
+            o = buf;
+        }
+        char *end = FormatFixed(o, v, decimals);
+        if (!end) {  // beyond the fixed writer's range: as put() writes it
+            Directive d;
+            d.conv = 'f';
+            d.precision = decimals;
+            char tmp[128];
+            const size_t n = number(tmp, d, FmtArg(v));
+            write(stream, {buf, static_cast<size_t>(o - buf)});
+            write(stream, {tmp, n});
+            end = o = buf;
+        }
+        *end = ' ';
+        o = end + 1;
+    }
+    if (tail.size() <= static_cast<size_t>(buf + sizeof buf - o)) {
+        std::memcpy(o, tail.data(), tail.size());
+        o += tail.size();
+        tail = {};
+    }
+    write(stream, {buf, static_cast<size_t>(o - buf)});
+    write(stream, tail);
+}
+
 void vformat(std::string &s, std::string_view fmt, std::span<const FmtArg> args) {
     auto sink = [&s](const char *p, size_t n) { s.append(p, n); };
     run(sink, fmt, args);
@@ -208,7 +366,7 @@ void vformat(std::string &s, std::string_view fmt, std::span<const FmtArg> args)
 
 void vput(FILE *stream, std::string_view fmt, std::span<const FmtArg> args) {
     if (!stream) return;
-    auto sink = [stream](const char *p, size_t n) { fwrite_unlocked(p, 1, n, stream); };
+    auto sink = [stream](const char *p, size_t n) { write(stream, {p, n}); };
     run(sink, fmt, args);
 }
 

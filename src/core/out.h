@@ -12,6 +12,8 @@
 #pragma once
 
 #include <cstdio>
+#include <cstring>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,6 +39,17 @@ struct FmtArg {
     template <typename T, std::enable_if_t<std::is_integral_v<T> && std::is_unsigned_v<T>, int> = 0>
     FmtArg(T v) : kind(Uint), u(v) {}
 };
+
+// Writes v with `decimals` (0 to 4) decimals, byte for byte as "%.*f"
+// does in the C locale (the exact value rounded, a tie to even; "-0.00" for
+// a small negative value); returns the end.  Null, with nothing written,
+// for a value it leaves to the general path: |v| >= 1e14, or not finite.
+// At most 20 bytes.
+char *FormatFixed(char *p, double v, int decimals);
+
+// Each number as "%.*f " with `decimals` (0 to 4), then `tail`: the bytes
+// put() writes for such a format, without reading one.
+void PutFixed(FILE *stream, std::initializer_list<double> numbers, int decimals, std::string_view tail);
 
 // Formats into `out` (appending).
 void vformat(std::string &out, std::string_view fmt, std::span<const FmtArg> args);
@@ -65,8 +78,17 @@ inline void put(FILE *stream, std::string_view fmt, const A &...args) {
     }
 }
 
-// Raw bytes, no directives.
+// Raw bytes, no directives.  Where the stream's buffer has room they are
+// copied in as putc_unlocked does (glibc keeps the buffer's write position
+// in the FILE); else fwrite takes them.
 inline void write(FILE *stream, std::string_view text) {
+#ifdef __GLIBC__
+    if (text.size() && text.size() <= static_cast<size_t>(stream->_IO_write_end - stream->_IO_write_ptr)) {
+        std::memcpy(stream->_IO_write_ptr, text.data(), text.size());
+        stream->_IO_write_ptr += text.size();
+        return;
+    }
+#endif
     fwrite_unlocked(text.data(), 1, text.size(), stream);
 }
 

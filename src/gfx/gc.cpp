@@ -30,6 +30,10 @@ std::unordered_set<const QlGC *> &liveGCs() {
     return set;
 }
 
+// The GC found live last: drawing calls ask about the same GC again and
+// again.  Freeing it clears this.
+const QlGC *lastLiveGC = nullptr;
+
 constexpr int kBadValue = 2, kBadFont = 7, kBadGC = 13;
 
 // The frame every setter shares on a printer: the GC, or a report and
@@ -111,7 +115,10 @@ const char *defaultFontPattern(int driverId) {
 
 QlGC *_QlPrinterGC(GC gc, const char *caller) {
     auto *g = reinterpret_cast<QlGC *>(gc);
-    if (g && liveGCs().count(g)) return g;
+    if (g && (g == lastLiveGC || liveGCs().count(g))) {
+        lastLiveGC = g;
+        return g;
+    }
     _QlError(wBadGC, caller);
     return nullptr;
 }
@@ -190,6 +197,7 @@ int QlFreeGC(Display *handle, GC gc) {
     if (t.error) return t.error;
     QlGC *g = t.gc;
     liveGCs().erase(g);
+    if (lastLiveGC == g) lastLiveGC = nullptr;
     std::free(g->clipRects);
     std::free(g->dashList);
     if (t.printer->lastGC == g) t.printer->lastGC = nullptr;

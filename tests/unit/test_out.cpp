@@ -63,3 +63,50 @@ TEST(Writer, StreamAndStringAgree) {
 }
 
 }  // namespace
+
+namespace {
+
+std::string fixed(double v, int decimals) {
+    char buf[32];
+    char *end = ql::FormatFixed(buf, v, decimals);
+    return end ? std::string(buf, end) : "(none)";
+}
+
+std::string printed(double v, int decimals) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.*f", decimals, v);
+    return buf;
+}
+
+// Every coordinate a mark can carry at the usual resolutions: whole and
+// half dots times 72/resolution, in all precisions the drivers use.
+TEST(FixedWriter, PageCoordinatesMatchPrintf) {
+    for (int res : {72, 75, 100, 150, 300, 360, 600, 1200, 2400}) {
+        const double k = 72.0 / res;
+        for (int i = -15000; i <= 15000; ++i)
+            for (double v : {i * k, (i + 0.5) * k, i / 64.0})
+                for (int d = 0; d <= 4; ++d) ASSERT_EQ(fixed(v, d), printed(v, d)) << v << " at " << res;
+    }
+}
+
+// Ties and their neighbours, small negatives, all magnitudes up to the
+// limit, and what is left to the general path.
+TEST(FixedWriter, RoundingEdgesAndRangeMatchPrintf) {
+    std::mt19937_64 rng(7);
+    std::uniform_real_distribution<double> mantissa(1, 10);
+    std::uniform_int_distribution<int> exponent(-12, 13);
+    for (int i = 0; i < 100000; ++i) {
+        double v = mantissa(rng) * std::pow(10.0, exponent(rng)) * (i % 2 ? -1 : 1);
+        const int d = i % 5;
+        if (i % 3 == 0) v = (std::round(v * std::pow(10.0, d)) + 0.5) / std::pow(10.0, d);  // a tie, near enough
+        for (double w : {v, std::nextafter(v, 0.0), std::nextafter(v, 1e300)})
+            if (std::fabs(w) < 1e14) ASSERT_EQ(fixed(w, d), printed(w, d)) << w << " with " << d;
+    }
+    for (double v : {0.0, -0.0, 0.5, 1.5, 2.5, 0.125, -0.125, 0.375, 1.0625, -0.001, -0.004999, 99999999999999.98})
+        for (int d = 0; d <= 4; ++d) EXPECT_EQ(fixed(v, d), printed(v, d)) << v << " with " << d;
+    for (double v : {1e14, -1e14, HUGE_VAL, -HUGE_VAL, double(NAN)}) EXPECT_EQ(fixed(v, 2), "(none)");
+    EXPECT_EQ(fixed(1.0, 5), "(none)");
+    EXPECT_EQ(fixed(1.0, -1), "(none)");
+}
+
+}  // namespace

@@ -14,6 +14,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -317,6 +318,104 @@ TEST(PSImages, SlotsWriteTheirFrames) {
                "stamped");
   ExpectPixels(*paper, 10, 20, 4, 3, [](int x, int) { return x < 2 ? Rgb{255, 0, 0} : Rgb{0, 255, 0}; },
                "stretched");
+}
+
+
+// The row delta form written plainly, a byte at a time, as its comment in
+// encode.h has it: the driver's writer must give these bytes exactly,
+// newlines included, which no decoder checks.
+std::string PlainDelta(const std::vector<Bytes> &rows) {
+  std::string out;
+  const char *hex = "0123456789abcdef";
+  auto digits = [&](std::string &t, unsigned v, int n) {
+    for (int i = n - 1; i >= 0; --i) t += hex[v >> (4 * i) & 15];
+  };
+  for (size_t r = 0; r < rows.size(); ++r) {
+    const Bytes &row = rows[r];
+    std::string text;
+    int count = 0;
+    unsigned long column = 4;
+    auto stretch = [&](size_t at, size_t n) {
+      ++count;
+      digits(text, static_cast<unsigned>(at), 4), digits(text, static_cast<unsigned>(n), 2), column += 6;
+      for (size_t i = at; i < at + n; ++i) {
+        digits(text, row[i], 2), column += 2;
+        if (column % 80 > 77) text += '\n';
+      }
+    };
+    for (size_t i = 0; i < row.size();) {
+      if (r > 0 && row[i] == rows[r - 1][i]) {
+        ++i;
+        continue;
+      }
+      size_t end = i, equal = 0;
+      while (r > 0 && end < row.size() && equal < 13) equal = row[end] == rows[r - 1][end] ? equal + 1 : 0, ++end;
+      if (r == 0 || equal < 13) end = r == 0 ? row.size() : end;
+      else end -= equal;
+      const size_t n = std::min<size_t>(end - i, 255);
+      stretch(i, n);
+      i += n;
+    }
+    digits(out, static_cast<unsigned>(count), 4);
+    out += text + "\n";
+  }
+  return out;
+}
+
+TEST(PSImageEncoders, RowDeltaMatchesAPlainWriter) {
+  for (const char *kind : {"random", "smooth", "sparse", "constant"})
+    for (size_t width : {1, 39, 40, 41, 300, 700}) {
+      std::vector<Bytes> rows = Rows(kind, width, 12);
+      for (size_t y = 1; y < rows.size(); y += 3) rows[y] = rows[y - 1];  // some rows unchanged
+      for (size_t y = 2; y < rows.size(); y += 3)
+        for (size_t x = 0; x < width; x += 17) rows[y][x] = rows[y - 1][x];  // some bytes unchanged
+      ASSERT_EQ(EncodeDelta(rows), PlainDelta(rows)) << kind << " " << width;
+    }
+}
+
+// Rows read straight from a 24-bit image's data come out as XGetPixel's:
+// the same image read through a reader of its own (which the driver must
+// call pixel by pixel) gives the same document, 24 and 32 bits per pixel,
+// both channel orders, every form, a source partly outside the image.
+decltype(XImage::f.get_pixel) xlibGetPixel = nullptr;
+unsigned long ThroughXlib(XImage *image, int x, int y) { return xlibGetPixel(image, x, y); }
+
+TEST(PSImages, DirectRowsMatchPixelByPixel) {
+  std::mt19937 rng(11);
+  std::vector<uint32_t> words(53 * 29);
+  for (uint32_t &w : words) w = static_cast<uint32_t>(rng());
+  for (int bits : {24, 32})
+    for (bool redHigh : {false, true})
+      for (int level : {1, 2})
+        for (int compression : {0, 1})
+          for (bool colour : {false, true}) {
+            std::string text[2];
+            for (int through = 0; through < 2; ++through) {
+              Doc doc(level, colour, compression);
+              if (redHigh) {
+                QlSetColorDepth(doc.d, 24);
+                P(doc.d)->redMask = 0xFF0000, P(doc.d)->greenMask = 0xFF00, P(doc.d)->blueMask = 0xFF;
+              }
+              XImage image{};
+              image.width = 53, image.height = 29, image.format = ZPixmap, image.depth = 24;
+              image.byte_order = image.bitmap_bit_order = LSBFirst;
+              image.bitmap_unit = 8, image.bitmap_pad = 32, image.bits_per_pixel = bits;
+              image.bytes_per_line = (53 * bits / 8 + 3) / 4 * 4;
+              std::vector<char> data(static_cast<size_t>(image.bytes_per_line) * 29);
+              std::memcpy(data.data(), words.data(), std::min(data.size(), words.size() * 4));
+              image.data = data.data();
+              ASSERT_TRUE(XInitImage(&image));
+              if (through) {
+                xlibGetPixel = image.f.get_pixel;
+                image.f.get_pixel = ThroughXlib;
+              }
+              QlPutImage(doc.d, 0, doc.gc, &image, 0, 0, 10, 10, 53, 29);
+              QlPutImage(doc.d, 0, doc.gc, &image, -3, 5, 100, 10, 40, 40);
+              text[through] = doc.Finish();
+            }
+            ASSERT_EQ(text[0], text[1]) << bits << " bits, level " << level << ", compression " << compression
+                                        << (colour ? ", colour" : ", grey") << (redHigh ? ", red high" : "");
+          }
 }
 
 }  // namespace

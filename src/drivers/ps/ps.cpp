@@ -258,7 +258,7 @@ int StartDoc(QlPrinter *p) {
         QlClosePrinter(reinterpret_cast<Display *>(p));
         return 0;
     }
-    setvbuf(p->stream, nullptr, _IOFBF, 1 << 16);
+    setvbuf(p->stream, nullptr, _IOFBF, 1 << 18);
     p->pageNumber = 1;
     p->pageOpen = 0;
     p->docHeadWritten = 0;
@@ -514,21 +514,83 @@ void renewPadded(QlPrinter *p, double x1, double y1, double x2, double y2, doubl
                      std::max(y1, y2) + pad);
 }
 
-// A straight line's ink: its ends, widened across the line and, with round
-// or square caps, along it.
-void renewLine(QlPrinter *p, QlGC *gc, double x1, double y1, double x2, double y2) {
-    const double h = halfWidth(p, gc), len = std::hypot(x2 - x1, y2 - y1);
-    const double ux = len > 0 ? std::fabs(x2 - x1) / len : 1, uy = len > 0 ? std::fabs(y2 - y1) / len : 1;
-    double px = h * uy, py = h * ux;
-    if (gc->values.cap_style == CapProjecting) px = py = h * (ux + uy);
-    else if (gc->values.cap_style == CapRound) px = py = h;
-    RenewBoundingBox(p, std::min(x1, x2) - px, std::min(y1, y2) - py, std::max(x1, x2) + px, std::max(y1, y2) + py);
+// floor and ceil for |v| < 2^31.
+int floorIn(double v) {
+    const int t = static_cast<int>(v);
+    return t - (t > v);
+}
+
+int ceilIn(double v) {
+    const int t = static_cast<int>(v);
+    return t + (t < v);
+}
+
+void widenBox(QlPrinter *p, int xmin, int ymin, int xmax, int ymax) {
+    p->boundsXmin = std::min(p->boundsXmin, xmin);
+    p->boundsYmin = std::min(p->boundsYmin, ymin);
+    p->boundsXmax = std::max(p->boundsXmax, xmax);
+    p->boundsYmax = std::max(p->boundsYmax, ymax);
 }
 
 int clampToInt(double v) {
     if (!(v > -2e9)) return -2000000000;
     if (!(v < 2e9)) return 2000000000;
     return static_cast<int>(v);
+}
+
+// clampToInt(std::floor(v)) and of std::ceil, without the calls where v
+// is well inside the range of int.
+int floorToInt(double v) { return std::fabs(v) < 1e9 ? floorIn(v) : clampToInt(std::floor(v)); }
+
+int ceilToInt(double v) { return std::fabs(v) < 1e9 ? ceilIn(v) : clampToInt(std::ceil(v)); }
+
+// The box of a straight line's ink from the line's length: its ends,
+// widened across the line and, with round or square caps, along it.  False
+// when an edge lies within 1e-7 of a whole unit, or beyond 1e6.
+bool lineBox(QlGC *gc, double h, double len, double x1, double y1, double x2, double y2, double (&box)[4]) {
+    const double ux = len > 0 ? std::fabs(x2 - x1) / len : 1, uy = len > 0 ? std::fabs(y2 - y1) / len : 1;
+    double px = h * uy, py = h * ux;
+    if (gc->values.cap_style == CapProjecting) px = py = h * (ux + uy);
+    else if (gc->values.cap_style == CapRound) px = py = h;
+    box[0] = std::min(x1, x2) - px, box[1] = std::min(y1, y2) - py;
+    box[2] = std::max(x1, x2) + px, box[3] = std::max(y1, y2) + py;
+    for (double v : box) {
+        if (!(std::fabs(v) < 1e6)) return false;
+        const double off = std::fabs(v - static_cast<int>(v));
+        if (off < 1e-7 || off > 1 - 1e-7) return false;
+    }
+    return true;
+}
+
+// A straight line's ink.
+void renewLine(QlPrinter *p, QlGC *gc, double x1, double y1, double x2, double y2) {
+    const double h = halfWidth(p, gc);
+    if (h == 0) {  // a thin line: its ends
+        RenewBoundingBox(p, std::min(x1, x2), std::min(y1, y2), std::max(x1, x2), std::max(y1, y2));
+        return;
+    }
+    // Butt ends reach at most h beyond the line's ends, across it: where
+    // the box rounds the same with h and without, the length is not needed.
+    const double minX = std::min(x1, x2), minY = std::min(y1, y2), maxX = std::max(x1, x2), maxY = std::max(y1, y2);
+    const bool butt = gc->values.cap_style != CapProjecting && gc->values.cap_style != CapRound;
+    if (butt && std::fabs(minX) + std::fabs(minY) + std::fabs(maxX) + std::fabs(maxY) + h < 1e9) {
+        // In this range the conversions to int are floor and ceil.
+        const int fx = floorIn(minX), fy = floorIn(minY), cx = ceilIn(maxX), cy = ceilIn(maxY);
+        if ((floorIn(minX - h) == fx) & (floorIn(minY - h) == fy) & (ceilIn(maxX + h) == cx) &
+            (ceilIn(maxY + h) == cy)) {
+            widenBox(p, fx, fy, cx, cy);
+            return;
+        }
+    }
+    // std::hypot gives the length to the last bit, and is slow; the plain
+    // root may differ from it in that bit only, which can move no edge that
+    // lies further than 1e-7 from a whole unit.
+    const double dx = x2 - x1, dy = y2 - y1, squared = dx * dx + dy * dy;
+    const bool plain = (squared > 1e-200 && squared < 1e200) || (dx == 0 && dy == 0);
+    double box[4];
+    if (!plain || !lineBox(gc, h, std::sqrt(squared), x1, y1, x2, y2, box))
+        lineBox(gc, h, std::hypot(dx, dy), x1, y1, x2, y2, box);
+    RenewBoundingBox(p, box[0], box[1], box[2], box[3]);
 }
 
 // X takes at most a full turn of an arc.
@@ -544,10 +606,7 @@ void RenewBoundingBox(QlPrinter *p, double x1, double y1, double x2, double y2) 
     if (x1 > x2) std::swap(x1, x2);
     if (y1 > y2) std::swap(y1, y2);
     // Outward to whole units, so that the box holds the mark.
-    p->boundsXmin = std::min(p->boundsXmin, clampToInt(std::floor(x1)));
-    p->boundsYmin = std::min(p->boundsYmin, clampToInt(std::floor(y1)));
-    p->boundsXmax = std::max(p->boundsXmax, clampToInt(std::ceil(x2)));
-    p->boundsYmax = std::max(p->boundsYmax, clampToInt(std::ceil(y2)));
+    widenBox(p, floorToInt(x1), floorToInt(y1), ceilToInt(x2), ceilToInt(y2));
 }
 
 int ClearArea(QlPrinter *p, int x, int y, unsigned width, unsigned height) {
@@ -568,7 +627,7 @@ int DrawLine(QlPrinter *p, Drawable, QlGC *gc, int x1, int y1, int x2, int y2) {
         put(p->stream, "gs np %.2f %.2f t %.2f %.2f lo ", x1 * k, y1 * k, x2 * k, y2 * k);
         WriteStroke(p, gc, " gr\n");
     } else {
-        put(p->stream, "%.2f %.2f %.2f %.2f DL\n", x2 * k, y2 * k, x1 * k, y1 * k);
+        ql::PutFixed(p->stream, {x2 * k, y2 * k, x1 * k, y1 * k}, 2, "DL\n");
     }
     renewLine(p, gc, x1 * k, y1 * k, x2 * k, y2 * k);
     return 0;
@@ -742,11 +801,11 @@ int FillPolygon0(QlPrinter *p, Drawable, QlGC *gc, XPoint *points, int count, in
         if (mode == CoordModeOrigin) {
             cx = points[i].x;
             cy = points[i].y;
-            put(s, "%.2f %.2f lo ", cx * k, cy * k);
+            ql::PutFixed(s, {cx * k, cy * k}, 2, "lo ");
         } else {
             cx += points[i].x;
             cy += points[i].y;
-            put(s, "%.2f %.2f l2 ", points[i].x * k, points[i].y * k);
+            ql::PutFixed(s, {points[i].x * k, points[i].y * k}, 2, "l2 ");
         }
         minX = std::min(minX, cx);
         maxX = std::max(maxX, cx);

@@ -19,6 +19,9 @@
 #include <X11/Xutil.h>
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <span>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -888,7 +891,9 @@ bool appendLevels(QlPrinter *p, std::string &out, unsigned long pixel) {
 // A pixel as "RGB" on a colour printer, as "setgray" on a grey one; the
 // text ends with `end`.  True when a colour was set.
 bool writePixel(QlPrinter *p, unsigned long pixel, std::string_view end) {
-    std::string text;
+    // One buffer for all calls: no allocation per colour.
+    static thread_local std::string text;
+    text.clear();
     const bool colour = appendLevels(p, text, pixel);
     text += colour ? " RGB" : " setgray";
     text += end;
@@ -999,6 +1004,11 @@ public:
     void add(uint8_t byte) {
         if (compressed_) add_data_to_row(p_, s_, 0, byte);
         else hex_.push_back(byte);
+    }
+    void add(std::span<const uint8_t> bytes) {
+        if (!compressed_) hex_.insert(hex_.end(), bytes.begin(), bytes.end());
+        else if (p_->level == 2) compressor().runs.Add(bytes);
+        else compressor().delta.Add(bytes);
     }
     void endRow() {
         if (compressed_) {
@@ -1160,35 +1170,136 @@ int DumpBitmap(QlPrinter *p, QlGC *, FILE *s, XImage *image, int isPut, int x, i
     return 0;
 }
 
+// Where a channel of a true colour pixel lies, when it is a whole byte:
+// its shift, or -1.
+int byteChannel(unsigned long mask) {
+    for (int shift = 0; shift <= 16; shift += 8)
+        if (mask == 0xFFUL << shift) return shift;
+    return -1;
+}
+
+// Reads a depth 24 image's rows straight from its data, where XGetPixel
+// would give the same: Xlib's own reader of the image, 24 bits per pixel
+// least significant byte first or 32 in this machine's byte order, and
+// channels that are whole bytes.
+class DirectRows {
+public:
+    DirectRows(const QlPrinter *p, const XImage *image)
+        : red_(byteChannel(p->redMask)), green_(byteChannel(p->greenMask)), blue_(byteChannel(p->blueMask)),
+          bytes_(image->bits_per_pixel / 8) {
+        const int native = std::endian::native == std::endian::little ? LSBFirst : MSBFirst;
+        const bool layout = (bytes_ == 4 && image->byte_order == native) || (bytes_ == 3 && image->byte_order == LSBFirst);
+        ok_ = layout && image->data && image->depth == 24 && image->format == ZPixmap && red_ >= 0 && green_ >= 0 &&
+              blue_ >= 0 && image->f.get_pixel == xlibReader(image->bits_per_pixel, image->byte_order);
+    }
+    // Whether pixels x to x + width - 1 of `row` can be read here.
+    bool covers(const XImage *image, long x, long row, long width) const {
+        return ok_ && row >= 0 && row < image->height && x >= 0 && x + width <= image->width;
+    }
+    // The row's pixels as RGB bytes, or as greys.
+    uint8_t *rgb(const XImage *image, long x, long row, long width, uint8_t *o) const {
+        const char *at = start(image, x, row);
+        for (long i = 0; i < width; ++i) {
+            const uint32_t v = pixel(at, i);
+            *o++ = static_cast<uint8_t>(v >> red_);
+            *o++ = static_cast<uint8_t>(v >> green_);
+            *o++ = static_cast<uint8_t>(v >> blue_);
+        }
+        return o;
+    }
+    uint8_t *greys(const XImage *image, long x, long row, long width, uint8_t *o) const {
+        const char *at = start(image, x, row);
+        for (long i = 0; i < width; ++i) {
+            const uint32_t v = pixel(at, i);
+            const int rgb[3] = {static_cast<uint8_t>(v >> red_), static_cast<uint8_t>(v >> green_),
+                                static_cast<uint8_t>(v >> blue_)};
+            // grey() in integers: its sum in doubles is within 1e-12 of
+            // the exact one, so it truncates the same unless the exact sum
+            // is whole (checked for all 2^24 colours).
+            const unsigned thousandths = 299u * rgb[0] + 587u * rgb[1] + 114u * rgb[2];
+            *o++ = static_cast<uint8_t>(thousandths % 1000 ? thousandths / 1000 : grey(rgb));
+        }
+        return o;
+    }
+
+private:
+    const char *start(const XImage *image, long x, long row) const {
+        return image->data + row * image->bytes_per_line + x * bytes_;
+    }
+    uint32_t pixel(const char *at, long i) const {
+        if (bytes_ == 3) {
+            const auto *b = reinterpret_cast<const uint8_t *>(at + 3 * i);
+            return uint32_t{b[0]} | uint32_t{b[1]} << 8 | uint32_t{b[2]} << 16;
+        }
+        uint32_t v;
+        std::memcpy(&v, at + 4 * i, 4);
+        return v;
+    }
+    // The reader Xlib gives an image of this layout.
+    static decltype(XImage::f.get_pixel) xlibReader(int bitsPerPixel, int order) {
+        static const auto readers = [] {
+            std::array<decltype(XImage::f.get_pixel), 4> r{};
+            for (int i = 0; i < 4; ++i) {
+                XImage probe{};
+                probe.width = probe.height = 1;
+                probe.format = ZPixmap;
+                probe.byte_order = probe.bitmap_bit_order = i & 1 ? MSBFirst : LSBFirst;
+                probe.bitmap_unit = 8;
+                probe.bitmap_pad = 32;
+                probe.bits_per_pixel = i & 2 ? 32 : 24;
+                probe.depth = 24;
+                probe.bytes_per_line = 4;
+                XInitImage(&probe);
+                r[i] = probe.f.get_pixel;
+            }
+            return r;
+        }();
+        return readers[(order == MSBFirst ? 1 : 0) | (bitsPerPixel == 32 ? 2 : 0)];
+    }
+    int red_, green_, blue_, bytes_;
+    bool ok_ = false;
+};
+
 int DumpArea(QlPrinter *p, FILE *s, XImage *image, int x, int y, int width, int height, int compression,
              int indexed) {
     const bool deep24 = image->depth == 24, compressed = compression > 0;
     const bool colour = p->level == 2 && (p->flags & 1);
     const unsigned long outside = deep24 ? 16777215UL : QlWhitePixel(reinterpret_cast<Display *>(p), 0);
+    const bool cells = colour && !deep24 && indexed;
+    const long w = std::max(width, 0);
     RowWriter rows(p, s, compression);
+    const DirectRows direct(p, image);
+    std::vector<uint8_t> line(static_cast<size_t>(w) * (colour && !cells ? 3 : 1));
     for (long row = y; row < static_cast<long>(y) + std::max(height, 0); ++row) {
         rows.startRow();
-        for (long col = x; col < static_cast<long>(x) + std::max(width, 0); ++col) {
-            const bool in = inside(image, col, row);
-            const unsigned long pixel = in ? XGetPixel(image, static_cast<int>(col), static_cast<int>(row)) : outside;
-            if (colour && !deep24 && indexed) {
-                rows.add(static_cast<uint8_t>(pixel & 0xFF));
-                continue;
-            }
-            // A pixel outside the image reads as white.
-            int rgb[3] = {255, 255, 255};
-            if (in && deep24) _QlTrueRGB(p, pixel, rgb);
-            else if (in) _QlCellRGB(p, pixel, rgb);
-            if (colour && (deep24 || !compressed)) {
-                for (int c : rgb) rows.add(static_cast<uint8_t>(c));
-            } else if (colour) {
-                // Never reached: a cell's colours go out only for a tile,
-                // and tiles are not compressed.
-                for (int i = 0; i < 3; ++i) rows.add(0);
-            } else {
-                rows.add(static_cast<uint8_t>(grey(rgb)));
+        uint8_t *o = line.data();
+        if (direct.covers(image, x, row, w)) {
+            o = colour ? direct.rgb(image, x, row, w, o) : direct.greys(image, x, row, w, o);
+        } else {
+            for (long col = x; col < x + w; ++col) {
+                const bool in = inside(image, col, row);
+                const unsigned long pixel =
+                    in ? XGetPixel(image, static_cast<int>(col), static_cast<int>(row)) : outside;
+                if (cells) {
+                    *o++ = static_cast<uint8_t>(pixel & 0xFF);
+                    continue;
+                }
+                // A pixel outside the image reads as white.
+                int rgb[3] = {255, 255, 255};
+                if (in && deep24) _QlTrueRGB(p, pixel, rgb);
+                else if (in) _QlCellRGB(p, pixel, rgb);
+                if (colour && (deep24 || !compressed)) {
+                    for (int c : rgb) *o++ = static_cast<uint8_t>(c);
+                } else if (colour) {
+                    // Never reached: a cell's colours go out only for a
+                    // tile, and tiles are not compressed.
+                    for (int i = 0; i < 3; ++i) *o++ = 0;
+                } else {
+                    *o++ = static_cast<uint8_t>(grey(rgb));
+                }
             }
         }
+        rows.add({line.data(), static_cast<size_t>(o - line.data())});
         rows.endRow();
     }
     rows.finish();
