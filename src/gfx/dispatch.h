@@ -17,15 +17,30 @@ inline QlPrinter *Guarded(Display *handle, const char *caller) {
     return p;
 }
 
+// The guard, then the GC: the printer and its GC in *g, or null after the
+// report, with the call's result in *rc.
+inline QlPrinter *GuardedGC(Display *handle, GC gc, const char *caller, int *rc, QlGC **g) {
+    QlPrinter *p = Guarded(handle, caller);
+    if (!p) {
+        *rc = kBadValue;
+        return nullptr;
+    }
+    if (!(*g = _QlPrinterGC(gc, caller))) {
+        *rc = kBadGC;
+        return nullptr;
+    }
+    return p;
+}
+
 // Guard, GC, then the slot inside the locale bracket.
 template <auto Slot, typename... A>
 int Draw(Display *handle, const char *caller, Drawable d, GC gc, A... args) {
-    QlPrinter *p = Guarded(handle, caller);
-    if (!p) return kBadValue;
-    QlGC *g = _QlPrinterGC(gc, caller);
-    if (!g) return kBadGC;
+    int rc;
+    QlGC *g;
+    QlPrinter *p = GuardedGC(handle, gc, caller, &rc, &g);
+    if (!p) return rc;
     _QlSetLocaleC();
-    int rc = (DriverSwitch[p->driverId]->*Slot)(p, d, g, args...);
+    rc = (DriverSwitch[p->driverId]->*Slot)(p, d, g, args...);
     _QlResetLocale();
     return rc;
 }

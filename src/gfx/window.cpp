@@ -38,35 +38,47 @@ struct ImageDeleter {
 };
 using ImagePtr = std::unique_ptr<XImage, ImageDeleter>;
 
-// Catches the protocol errors of one display while it lives, so that a
-// window destroyed or unmapped under the dump is reported and doesn't end
-// the program through Xlib's default handler.  Errors of other displays go
-// on to the handler that was there.  The syncs keep the application's own
-// earlier requests out of the trap and this code's requests inside it.
-class ErrorTrap {
+// Keeps the dump of one display from ending the program through Xlib's
+// default handlers.  A protocol error (the window destroyed or unmapped
+// under the dump) is noted for failed(); a lost connection is noted for
+// lost(), and the calls then fail instead of exiting (every later call on
+// that display fails at once), so the application gets control back to
+// finish its document.  Errors of other displays go on to the handlers
+// that were there.  The syncs keep the application's own earlier requests
+// out of the trap and this code's requests inside it.  Xlib can't tell
+// which exit handler a display had: a display still connected gets the
+// default one back, a lost one keeps this one.
+class DumpTrap {
 public:
-    explicit ErrorTrap(Display *display) : display_(display), outer_(current_) {
-        XSync(display_, False);
+    explicit DumpTrap(Display *display) : display_(display), outer_(current_) {
         current_ = this;
-        previous_ = XSetErrorHandler(&ErrorTrap::handler);
+        previousIO_ = XSetIOErrorHandler(&DumpTrap::ioHandler);
+        XSetIOErrorExitHandler(display_, &DumpTrap::carryOn, nullptr);
+        XSync(display_, False);  // finds a connection already lost
+        previous_ = XSetErrorHandler(&DumpTrap::handler);
     }
-    ~ErrorTrap() {
+    ~DumpTrap() {
         XSync(display_, False);
         XSetErrorHandler(previous_);
+        if (!lost_) XSetIOErrorExitHandler(display_, nullptr, nullptr);
+        XSetIOErrorHandler(previousIO_);
         current_ = outer_;
     }
-    ErrorTrap(const ErrorTrap &) = delete;
-    ErrorTrap &operator=(const ErrorTrap &) = delete;
+    DumpTrap(const DumpTrap &) = delete;
+    DumpTrap &operator=(const DumpTrap &) = delete;
 
     // True when any request so far failed.
     bool failed() {
         XSync(display_, False);
         return failed_;
     }
+    // True once the connection is gone: what the calls gave since then
+    // (replies Xlib never filled in) must not be looked at.
+    bool lost() const { return lost_; }
 
 private:
     static int handler(Display *display, XErrorEvent *event) {
-        ErrorTrap *trap = current_;
+        DumpTrap *trap = current_;
         if (trap && display == trap->display_) {
             trap->failed_ = true;
             return 0;
@@ -74,57 +86,23 @@ private:
         XErrorHandler next = trap ? trap->previous_ : nullptr;
         return next ? next(display, event) : 0;
     }
-
-    static inline ErrorTrap *current_ = nullptr;
-    Display *display_;
-    ErrorTrap *outer_;
-    XErrorHandler previous_ = nullptr;
-    bool failed_ = false;
-};
-
-// Keeps a lost connection from ending the program while the window is
-// read: Xlib's default handlers exit when the server goes away.  With
-// these in place the calls fail instead (and every later call on that
-// display fails at once), the dump is reported, and the application gets
-// control back to finish its document.  Other displays' I/O errors go to
-// the handler that was there.  Xlib can't tell which exit handler a
-// display had, so the default one is put back.
-class ConnectionTrap {
-public:
-    explicit ConnectionTrap(Display *display) : display_(display), outer_(current_) {
-        current_ = this;
-        previous_ = XSetIOErrorHandler(&ConnectionTrap::handler);
-        XSetIOErrorExitHandler(display_, &ConnectionTrap::carryOn, nullptr);
-    }
-    ~ConnectionTrap() {
-        if (!lost_) XSetIOErrorExitHandler(display_, nullptr, nullptr);
-        XSetIOErrorHandler(previous_);
-        current_ = outer_;
-    }
-    ConnectionTrap(const ConnectionTrap &) = delete;
-    ConnectionTrap &operator=(const ConnectionTrap &) = delete;
-
-    // True once the connection is gone: what the calls gave since then
-    // (replies Xlib never filled in) must not be looked at.
-    bool lost() const { return lost_; }
-
-private:
-    static int handler(Display *display) {
-        ConnectionTrap *trap = current_;
+    static int ioHandler(Display *display) {
+        DumpTrap *trap = current_;
         if (trap && display == trap->display_) {
             trap->lost_ = true;
             return 0;
         }
-        XIOErrorHandler next = trap ? trap->previous_ : nullptr;
+        XIOErrorHandler next = trap ? trap->previousIO_ : nullptr;
         return next ? next(display) : 0;
     }
     static void carryOn(Display *, void *) {}
 
-    static inline ConnectionTrap *current_ = nullptr;
+    static inline DumpTrap *current_ = nullptr;
     Display *display_;
-    ConnectionTrap *outer_;
-    XIOErrorHandler previous_ = nullptr;
-    bool lost_ = false;
+    DumpTrap *outer_;
+    XErrorHandler previous_ = nullptr;
+    XIOErrorHandler previousIO_ = nullptr;
+    bool failed_ = false, lost_ = false;
 };
 
 // Whether `window` has the property `atom`, of any type.
@@ -305,10 +283,9 @@ ImagePtr readIndexed(Display *printer, Display *display, int screen, Window wind
 
 // Reads the window as the printer will take it; null after a report.
 ImagePtr readWindow(Display *printer, QlPrinter *p, Display *display, int screen, Window window) {
-    ConnectionTrap connection(display);
-    ErrorTrap trap(display);  // its sync finds a connection already lost
-    if (!connection.lost()) window = XmuClientWindow(display, window);
-    if (connection.lost()) {
+    DumpTrap trap(display);
+    if (!trap.lost()) window = XmuClientWindow(display, window);
+    if (trap.lost()) {
         _QlError(eUnMapped, kCaller);
         return nullptr;
     }

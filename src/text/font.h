@@ -51,6 +51,20 @@ inline const float *WidthTable(const XFontStruct *fs) {
     return reinterpret_cast<const float *>(fs->ext_data->private_data);
 }
 
+// Cells of a font's character grid; a printer font's width table has
+// three extra entries behind them: the font's one width, an unused word,
+// and the default width.
+inline unsigned CellCount(const XFontStruct *fs) {
+    const unsigned cols = fs->max_char_or_byte2 - fs->min_char_or_byte2 + 1;
+    const unsigned rows = fs->max_byte1 - fs->min_byte1 + 1;
+    return cols * rows;
+}
+
+// A cell of all zeroes: the font has no such character.
+inline bool EmptyCell(const XCharStruct &c) {
+    return (c.lbearing | c.rbearing | c.width | c.ascent | c.descent) == 0;
+}
+
 // The block behind the second and third XExtData of a printer font: the
 // size in dots, 72·scale, a count, and a copy of the AFM's track or pair
 // records.

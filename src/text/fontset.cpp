@@ -262,10 +262,6 @@ bool forEachRun(QlFontSet *set, const char *text, int length, F &&f) {
 
 // ------------------------------------------------------------ metrics
 
-inline bool emptyCell(const XCharStruct &c) {
-    return (c.lbearing | c.rbearing | c.width | c.ascent | c.descent) == 0;
-}
-
 // The cell of a character of a font, or null when the font has none.
 const XCharStruct *cellOf(const XFontStruct *fs, unsigned b1, unsigned b2) {
     if (!fs->per_char || b1 < fs->min_byte1 || b1 > fs->max_byte1 || b2 < fs->min_char_or_byte2 ||
@@ -280,11 +276,10 @@ const XCharStruct *cellOf(const XFontStruct *fs, unsigned b1, unsigned b2) {
 // server's from its cells, by Xlib's (the default character's width).
 float charWidth(const XFontStruct *fs, unsigned b1, unsigned b2, const XCharStruct **cell) {
     const XCharStruct *c = cellOf(fs, b1, b2);
-    if (c && emptyCell(*c)) c = nullptr;
+    if (c && ql::EmptyCell(*c)) c = nullptr;
     *cell = c;
     if (const float *table = ql::WidthTable(fs)) {
-        const unsigned cols = fs->max_char_or_byte2 - fs->min_char_or_byte2 + 1;
-        const unsigned cells = cols * (fs->max_byte1 - fs->min_byte1 + 1);
+        const unsigned cells = ql::CellCount(fs);
         if (!fs->per_char) return table[cells];
         return c ? table[c - fs->per_char] : table[cells + 2];
     }
@@ -440,16 +435,8 @@ void paintBox(Display *handle, Drawable d, QlFontSet *set, GC gc, int x, int y, 
 
 // The guard of a printer call: the printer, or null after its report.
 QlPrinter *guarded(Display *handle, GC gc, const char *caller, int *rc) {
-    QlPrinter *p = ql::Guarded(handle, caller);
-    if (!p) {
-        *rc = kBadValue;
-        return nullptr;
-    }
-    if (!_QlPrinterGC(gc, caller)) {
-        *rc = kBadGC;
-        return nullptr;
-    }
-    return p;
+    QlGC *g;
+    return ql::GuardedGC(handle, gc, caller, rc, &g);
 }
 
 // A library set's text turned on a display, by the rotated-text worker.

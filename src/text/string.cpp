@@ -27,25 +27,7 @@ struct PclFontHead {
 };
 
 // A printer font: the mark, with its width table behind it.
-inline bool isPrinterFont(const XFontStruct *fs) {
-    return fs && fs->ext_data && fs->ext_data->number == ql::kPrinterFontMark && fs->ext_data->private_data;
-}
-
-inline const float *widthTable(const XFontStruct *fs) {
-    return reinterpret_cast<const float *>(fs->ext_data->private_data);
-}
-
-// Cells of the width table before its three extra entries: the font's
-// one width, an unused word, and the default width.
-inline unsigned cellCount(const XFontStruct *fs) {
-    unsigned cols = fs->max_char_or_byte2 - fs->min_char_or_byte2 + 1;
-    unsigned rows = fs->max_byte1 - fs->min_byte1 + 1;
-    return cols * rows;
-}
-
-inline bool emptyCell(const XCharStruct &c) {
-    return (c.lbearing | c.rbearing | c.width | c.ascent | c.descent) == 0;
-}
+inline bool isPrinterFont(const XFontStruct *fs) { return ql::WidthTable(fs) != nullptr; }
 
 inline bool isLineEnd(unsigned char c) { return c == '\n' || c == '\r'; }
 
@@ -54,7 +36,7 @@ inline bool isLineEnd(unsigned char c) { return c == '\n' || c == '\r'; }
 bool fixedPitchWidth(const XFontStruct *fs, const float *table, float *width) {
     const QlFontRec *rec = ql::PrinterFontOf(fs);
     if (!rec || !rec->pclFont || !static_cast<const PclFontHead *>(rec->pclFont)->fixedPitch) return false;
-    const unsigned cells = cellCount(fs);
+    const unsigned cells = ql::CellCount(fs);
     const unsigned lo = fs->min_char_or_byte2, hi = fs->max_char_or_byte2;
     *width = (fs->min_byte1 == 0 && lo <= ' ' && ' ' <= hi) ? table[' ' - lo] : table[cells + 2];
     return true;
@@ -214,7 +196,7 @@ int QlTextWidth(XFontStruct *font, const char *string, int length) {
     if (!isPrinterFont(font)) return font ? XTextWidth(font, string, length) : 0;
     if (!string || length <= 0) return 0;
     const auto *s = reinterpret_cast<const unsigned char *>(string);
-    const float *table = widthTable(font);
+    const float *table = ql::WidthTable(font);
     long double sum = 0;
     float fixed;
     if (fixedPitchWidth(font, table, &fixed)) {
@@ -222,7 +204,7 @@ int QlTextWidth(XFontStruct *font, const char *string, int length) {
             if (!isLineEnd(s[i])) sum = static_cast<float>(sum + fixed);
         return roundWidth(sum);
     }
-    const unsigned cells = cellCount(font);
+    const unsigned cells = ql::CellCount(font);
     const float one = table[cells], fallback = table[cells + 2];
     const XCharStruct *perChar = font->per_char;
     // A font whose rows begin above 0 has no cell for a byte: all default.
@@ -234,7 +216,7 @@ int QlTextWidth(XFontStruct *font, const char *string, int length) {
         float w = fallback;
         if (c >= lo && c <= hi) {
             if (!perChar) w = one;
-            else if (!emptyCell(perChar[c - lo])) w = table[c - lo];
+            else if (!ql::EmptyCell(perChar[c - lo])) w = table[c - lo];
         }
         if (w != 0) sum += w;
     }
@@ -314,8 +296,8 @@ int QlCharWidthOfString(XFontStruct *font, const char *string, int length, int *
             for (int i = 0; i < length; ++i) widths[i] = xCharWidth(font, s[i]);
         return XTextWidth(font, string, length);
     }
-    const float *table = widthTable(font);
-    const unsigned entries = cellCount(font) + 3;
+    const float *table = ql::WidthTable(font);
+    const unsigned entries = ql::CellCount(font) + 3;
     const float fallback = table[entries - 1];
     float x = 0;
     for (int i = 0; i < length; ++i) {

@@ -240,6 +240,9 @@ TEST(LatinCodeExtra, Latin2LettersAndFontNames) {
     EXPECT_EQ(glyph["Hslash"], "Hbar");
     EXPECT_EQ(glyph["gtopcedilla"], "gcommaaccent");
     EXPECT_EQ(glyph["eacute"], "eacute");
-    for (int i = 0; i < NUM_CODES; i++)
-        if (std::string(LatinCode[i].name) == "grave") EXPECT_EQ(LatinCode[i].code[1], -1);
+    for (int i = 0; i < NUM_CODES; i++) {
+        if (std::string(LatinCode[i].name) == "grave") {
+            EXPECT_EQ(LatinCode[i].code[1], -1);
+        }
+    }
 }

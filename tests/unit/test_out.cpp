@@ -99,8 +99,11 @@ TEST(FixedWriter, RoundingEdgesAndRangeMatchPrintf) {
         double v = mantissa(rng) * std::pow(10.0, exponent(rng)) * (i % 2 ? -1 : 1);
         const int d = i % 5;
         if (i % 3 == 0) v = (std::round(v * std::pow(10.0, d)) + 0.5) / std::pow(10.0, d);  // a tie, near enough
-        for (double w : {v, std::nextafter(v, 0.0), std::nextafter(v, 1e300)})
-            if (std::fabs(w) < 1e14) ASSERT_EQ(fixed(w, d), printed(w, d)) << w << " with " << d;
+        for (double w : {v, std::nextafter(v, 0.0), std::nextafter(v, 1e300)}) {
+            if (std::fabs(w) < 1e14) {
+                ASSERT_EQ(fixed(w, d), printed(w, d)) << w << " with " << d;
+            }
+        }
     }
     for (double v : {0.0, -0.0, 0.5, 1.5, 2.5, 0.125, -0.125, 0.375, 1.0625, -0.001, -0.004999, 99999999999999.98})
         for (int d = 0; d <= 4; ++d) EXPECT_EQ(fixed(v, d), printed(v, d)) << v << " with " << d;

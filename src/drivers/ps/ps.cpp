@@ -525,13 +525,6 @@ int ceilIn(double v) {
     return t + (t < v);
 }
 
-void widenBox(QlPrinter *p, int xmin, int ymin, int xmax, int ymax) {
-    p->boundsXmin = std::min(p->boundsXmin, xmin);
-    p->boundsYmin = std::min(p->boundsYmin, ymin);
-    p->boundsXmax = std::max(p->boundsXmax, xmax);
-    p->boundsYmax = std::max(p->boundsYmax, ymax);
-}
-
 int clampToInt(double v) {
     if (!(v > -2e9)) return -2000000000;
     if (!(v < 2e9)) return 2000000000;
@@ -544,53 +537,26 @@ int floorToInt(double v) { return std::fabs(v) < 1e9 ? floorIn(v) : clampToInt(s
 
 int ceilToInt(double v) { return std::fabs(v) < 1e9 ? ceilIn(v) : clampToInt(std::ceil(v)); }
 
-// The box of a straight line's ink from the line's length: its ends,
-// widened across the line and, with round or square caps, along it.  False
-// when an edge lies within 1e-7 of a whole unit, or beyond 1e6.
-bool lineBox(QlGC *gc, double h, double len, double x1, double y1, double x2, double y2, double (&box)[4]) {
+// A straight line's ink: its ends, widened across the line and, with round
+// or square caps, along it.
+void renewLine(QlPrinter *p, QlGC *gc, double x1, double y1, double x2, double y2) {
+    const double h = halfWidth(p, gc);
+    const double minX = std::min(x1, x2), minY = std::min(y1, y2), maxX = std::max(x1, x2), maxY = std::max(y1, y2);
+    // Butt ends reach at most h beyond the line's ends, across it: where
+    // the box rounds the same with h and without, the length is not needed.
+    const bool butt = gc->values.cap_style != CapProjecting && gc->values.cap_style != CapRound;
+    if (h == 0 || (butt && std::fabs(minX) + std::fabs(minY) + std::fabs(maxX) + std::fabs(maxY) + h < 1e9 &&
+                   floorIn(minX - h) == floorIn(minX) && floorIn(minY - h) == floorIn(minY) &&
+                   ceilIn(maxX + h) == ceilIn(maxX) && ceilIn(maxY + h) == ceilIn(maxY))) {
+        RenewBoundingBox(p, minX, minY, maxX, maxY);
+        return;
+    }
+    const double len = std::hypot(x2 - x1, y2 - y1);
     const double ux = len > 0 ? std::fabs(x2 - x1) / len : 1, uy = len > 0 ? std::fabs(y2 - y1) / len : 1;
     double px = h * uy, py = h * ux;
     if (gc->values.cap_style == CapProjecting) px = py = h * (ux + uy);
     else if (gc->values.cap_style == CapRound) px = py = h;
-    box[0] = std::min(x1, x2) - px, box[1] = std::min(y1, y2) - py;
-    box[2] = std::max(x1, x2) + px, box[3] = std::max(y1, y2) + py;
-    for (double v : box) {
-        if (!(std::fabs(v) < 1e6)) return false;
-        const double off = std::fabs(v - static_cast<int>(v));
-        if (off < 1e-7 || off > 1 - 1e-7) return false;
-    }
-    return true;
-}
-
-// A straight line's ink.
-void renewLine(QlPrinter *p, QlGC *gc, double x1, double y1, double x2, double y2) {
-    const double h = halfWidth(p, gc);
-    if (h == 0) {  // a thin line: its ends
-        RenewBoundingBox(p, std::min(x1, x2), std::min(y1, y2), std::max(x1, x2), std::max(y1, y2));
-        return;
-    }
-    // Butt ends reach at most h beyond the line's ends, across it: where
-    // the box rounds the same with h and without, the length is not needed.
-    const double minX = std::min(x1, x2), minY = std::min(y1, y2), maxX = std::max(x1, x2), maxY = std::max(y1, y2);
-    const bool butt = gc->values.cap_style != CapProjecting && gc->values.cap_style != CapRound;
-    if (butt && std::fabs(minX) + std::fabs(minY) + std::fabs(maxX) + std::fabs(maxY) + h < 1e9) {
-        // In this range the conversions to int are floor and ceil.
-        const int fx = floorIn(minX), fy = floorIn(minY), cx = ceilIn(maxX), cy = ceilIn(maxY);
-        if ((floorIn(minX - h) == fx) & (floorIn(minY - h) == fy) & (ceilIn(maxX + h) == cx) &
-            (ceilIn(maxY + h) == cy)) {
-            widenBox(p, fx, fy, cx, cy);
-            return;
-        }
-    }
-    // std::hypot gives the length to the last bit, and is slow; the plain
-    // root may differ from it in that bit only, which can move no edge that
-    // lies further than 1e-7 from a whole unit.
-    const double dx = x2 - x1, dy = y2 - y1, squared = dx * dx + dy * dy;
-    const bool plain = (squared > 1e-200 && squared < 1e200) || (dx == 0 && dy == 0);
-    double box[4];
-    if (!plain || !lineBox(gc, h, std::sqrt(squared), x1, y1, x2, y2, box))
-        lineBox(gc, h, std::hypot(dx, dy), x1, y1, x2, y2, box);
-    RenewBoundingBox(p, box[0], box[1], box[2], box[3]);
+    RenewBoundingBox(p, minX - px, minY - py, maxX + px, maxY + py);
 }
 
 // X takes at most a full turn of an arc.
@@ -606,7 +572,10 @@ void RenewBoundingBox(QlPrinter *p, double x1, double y1, double x2, double y2) 
     if (x1 > x2) std::swap(x1, x2);
     if (y1 > y2) std::swap(y1, y2);
     // Outward to whole units, so that the box holds the mark.
-    widenBox(p, floorToInt(x1), floorToInt(y1), ceilToInt(x2), ceilToInt(y2));
+    p->boundsXmin = std::min(p->boundsXmin, floorToInt(x1));
+    p->boundsYmin = std::min(p->boundsYmin, floorToInt(y1));
+    p->boundsXmax = std::max(p->boundsXmax, ceilToInt(x2));
+    p->boundsYmax = std::max(p->boundsYmax, ceilToInt(y2));
 }
 
 int ClearArea(QlPrinter *p, int x, int y, unsigned width, unsigned height) {
