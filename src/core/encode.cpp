@@ -16,6 +16,11 @@ constexpr size_t kLongestStretch = 255;
 // The largest offset that 4 hexadecimal digits hold.
 constexpr size_t kLargestOffset = 0xFFFF;
 
+// Whether any of the eight bytes of `v` is zero.
+constexpr bool hasZeroByte(uint64_t v) {
+    return ((v - 0x0101010101010101ULL) & ~v & 0x8080808080808080ULL) != 0;
+}
+
 char *hexPair(char *o, uint8_t b) {
     std::memcpy(o, &kHexPairs[2 * b], 2);
     return o + 2;
@@ -27,8 +32,12 @@ char *ascii85Group(char *o, uint32_t v, int n) {
         *o = 'z';
         return o + 1;
     }
-    char digits[5];
-    for (int i = 4; i >= 0; --i, v /= 85) digits[i] = static_cast<char>(v % 85 + 33);
+    // The five base-85 digits as two short chains of division, which can
+    // run side by side: v is below 85^5, so its top part below 85^2.
+    const uint32_t top = v / 614125u, low = v % 614125u, mid = low / 85;
+    const char digits[5] = {static_cast<char>(top / 85 + 33), static_cast<char>(top % 85 + 33),
+                            static_cast<char>(mid / 85 + 33), static_cast<char>(mid % 85 + 33),
+                            static_cast<char>(low % 85 + 33)};
     const int count = std::clamp(n, 1, 4) + 1;
     std::memcpy(o, digits, static_cast<size_t>(count));
     return o + count;
@@ -105,6 +114,7 @@ void Ascii85Writer::Finish() {
 }
 
 void RunLengthRow::StartRow() {
+    Emit();
     state_ = 0;
     count_ = 0;
 }
@@ -157,23 +167,45 @@ void RunLengthRow::Add(uint8_t c) {
     }
 }
 
+// The same runs as byte by byte, with the inner loops of the two long
+// states taken over a stretch at a time.
 void RunLengthRow::Add(std::span<const uint8_t> bytes) {
-    for (uint8_t b : bytes) Add(b);
+    const uint8_t *b = bytes.data(), *end = b + bytes.size();
+    while (b < end) {
+        if (state_ == 3 && *b == last_ && count_ < 128) {
+            const uint8_t *stop = b + std::min<ptrdiff_t>(end - b, 128 - count_);
+            const uint8_t *q = b;
+            while (q < stop && *q == last_) ++q;
+            count_ += static_cast<int>(q - b);
+            b = q;
+        } else if (state_ == 2 && *b != last_ && count_ < 128) {
+            const uint8_t *stop = b + std::min<ptrdiff_t>(end - b, 128 - count_);
+            uint8_t prev = last_;
+            const uint8_t *q = b;
+            while (q < stop && *q != prev) prev = *q++;
+            std::memcpy(buf_ + count_, b, static_cast<size_t>(q - b));
+            count_ += static_cast<int>(q - b);
+            last_ = prev;
+            b = q;
+        } else {
+            Add(*b++);
+        }
+    }
 }
 
 void RunLengthRow::Flush() {
     switch (state_) {
     case 1:
-        out_.Add(0);
-        out_.Add(last_);
+        packed_.push_back(0);
+        packed_.push_back(last_);
         break;
     case 2:
-        out_.Add(static_cast<uint8_t>(count_ - 1));
-        out_.Add({buf_, static_cast<size_t>(count_)});
+        packed_.push_back(static_cast<uint8_t>(count_ - 1));
+        packed_.insert(packed_.end(), buf_, buf_ + count_);
         break;
     case 3:
-        out_.Add(static_cast<uint8_t>(257 - count_));
-        out_.Add(last_);
+        packed_.push_back(static_cast<uint8_t>(257 - count_));
+        packed_.push_back(last_);
         break;
     default: break;
     }
@@ -181,9 +213,19 @@ void RunLengthRow::Flush() {
     count_ = 0;
 }
 
-void RunLengthRow::EndRow() { Flush(); }
+// The runs of a row go to the ASCII85 text together.
+void RunLengthRow::Emit() {
+    out_.Add(packed_);
+    packed_.clear();
+}
+
+void RunLengthRow::EndRow() {
+    Flush();
+    Emit();
+}
 
 void RunLengthRow::EndData() {
+    Emit();
     out_.Add(128);
     out_.Finish();
 }
@@ -264,6 +306,17 @@ void RowDeltaWriter::EndRow() {
             size_t end = i;
             int equal = 0;
             while (end < limit && equal < kEqualRun) {
+                // Eight bytes that all differ from the row before leave no
+                // equal run behind them.
+                if (uint64_t a, b; end + 8 <= limit) {
+                    std::memcpy(&a, &row_[end], 8);
+                    std::memcpy(&b, &previous_[end], 8);
+                    if (!hasZeroByte(a ^ b)) {
+                        equal = 0;
+                        end += 8;
+                        continue;
+                    }
+                }
                 equal = row_[end] == previous_[end] ? equal + 1 : 0;
                 ++end;
             }

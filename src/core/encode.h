@@ -64,8 +64,10 @@ public:
 
 private:
     void Flush();
+    void Emit();
     void Begin(uint8_t byte);
     Ascii85Writer &out_;
+    std::vector<uint8_t> packed_;
     int state_ = 0;  // 0 nothing held, 1 one byte, 2 a literal run, 3 a repeat
     int count_ = 0;
     uint8_t last_ = 0;

@@ -173,15 +173,17 @@ inline std::string EncodeAscii85(const Bytes &bytes) {
   });
 }
 
-// Rows through PackBits into ASCII85, with the end marker.
-inline std::string EncodeRuns(const std::vector<Bytes> &rows) {
+// Rows through PackBits into ASCII85, with the end marker; a byte at a
+// time, or each row at once.
+inline std::string EncodeRuns(const std::vector<Bytes> &rows, bool wholeRows = false) {
   return Written([&](FILE *f) {
     ql::Ascii85Writer a;
     a.Reset(f);
     ql::RunLengthRow r(a);
     for (const Bytes &row : rows) {
       r.StartRow();
-      for (uint8_t b : row) r.Add(b);
+      if (wholeRows) r.Add(row);
+      else for (uint8_t b : row) r.Add(b);
       r.EndRow();
     }
     r.EndData();
@@ -189,13 +191,14 @@ inline std::string EncodeRuns(const std::vector<Bytes> &rows) {
 }
 
 // Rows in the delta form, the first row's length being the rows' size.
-inline std::string EncodeDelta(const std::vector<Bytes> &rows) {
+inline std::string EncodeDelta(const std::vector<Bytes> &rows, bool wholeRows = false) {
   return Written([&](FILE *f) {
     ql::RowDeltaWriter w;
     w.Start(f, rows.empty() ? 0 : static_cast<int>(rows[0].size()));
     for (const Bytes &row : rows) {
       w.StartRow();
-      for (uint8_t b : row) w.Add(b);
+      if (wholeRows) w.Add(row);
+      else for (uint8_t b : row) w.Add(b);
       w.EndRow();
     }
   });

@@ -1198,42 +1198,37 @@ public:
     }
     // The row's pixels as RGB bytes, or as greys.
     uint8_t *rgb(const XImage *image, long x, long row, long width, uint8_t *o) const {
-        const char *at = start(image, x, row);
-        for (long i = 0; i < width; ++i) {
-            const uint32_t v = pixel(at, i);
-            *o++ = static_cast<uint8_t>(v >> red_);
-            *o++ = static_cast<uint8_t>(v >> green_);
-            *o++ = static_cast<uint8_t>(v >> blue_);
-        }
-        return o;
+        return bytes_ == 3 ? convert<3, false>(image, x, row, width, o) : convert<4, false>(image, x, row, width, o);
     }
     uint8_t *greys(const XImage *image, long x, long row, long width, uint8_t *o) const {
-        const char *at = start(image, x, row);
-        for (long i = 0; i < width; ++i) {
-            const uint32_t v = pixel(at, i);
-            const int rgb[3] = {static_cast<uint8_t>(v >> red_), static_cast<uint8_t>(v >> green_),
-                                static_cast<uint8_t>(v >> blue_)};
-            // grey() in integers: its sum in doubles is within 1e-12 of
-            // the exact one, so it truncates the same unless the exact sum
-            // is whole (checked for all 2^24 colours).
-            const unsigned thousandths = 299u * rgb[0] + 587u * rgb[1] + 114u * rgb[2];
-            *o++ = static_cast<uint8_t>(thousandths % 1000 ? thousandths / 1000 : grey(rgb));
-        }
-        return o;
+        return bytes_ == 3 ? convert<3, true>(image, x, row, width, o) : convert<4, true>(image, x, row, width, o);
     }
 
 private:
-    const char *start(const XImage *image, long x, long row) const {
-        return image->data + row * image->bytes_per_line + x * bytes_;
+    // Where each channel's byte lies in a pixel's bytes.
+    template <int Bytes>
+    int at(int shift) const {
+        return Bytes == 4 && std::endian::native == std::endian::big ? 3 - shift / 8 : shift / 8;
     }
-    uint32_t pixel(const char *at, long i) const {
-        if (bytes_ == 3) {
-            const auto *b = reinterpret_cast<const uint8_t *>(at + 3 * i);
-            return uint32_t{b[0]} | uint32_t{b[1]} << 8 | uint32_t{b[2]} << 16;
+    template <int Bytes, bool Grey>
+    uint8_t *convert(const XImage *image, long x, long row, long width, uint8_t *o) const {
+        const auto *px = reinterpret_cast<const uint8_t *>(image->data + row * image->bytes_per_line + x * Bytes);
+        const int r = at<Bytes>(red_), g = at<Bytes>(green_), b = at<Bytes>(blue_);
+        for (long i = 0; i < width; ++i, px += Bytes) {
+            const int rgb[3] = {px[r], px[g], px[b]};
+            if constexpr (Grey) {
+                // grey() in integers: its sum in doubles is within 1e-12 of
+                // the exact one, so it truncates the same unless the exact
+                // sum is whole (checked for all 2^24 colours).
+                const unsigned thousandths = 299u * rgb[0] + 587u * rgb[1] + 114u * rgb[2];
+                *o++ = static_cast<uint8_t>(thousandths % 1000 ? thousandths / 1000 : grey(rgb));
+            } else {
+                *o++ = static_cast<uint8_t>(rgb[0]);
+                *o++ = static_cast<uint8_t>(rgb[1]);
+                *o++ = static_cast<uint8_t>(rgb[2]);
+            }
         }
-        uint32_t v;
-        std::memcpy(&v, at + 4 * i, 4);
-        return v;
+        return o;
     }
     // The reader Xlib gives an image of this layout.
     static decltype(XImage::f.get_pixel) xlibReader(int bitsPerPixel, int order) {
