@@ -36,12 +36,16 @@ struct Printer {
 
 XImage *Img(Pixmap p) { return reinterpret_cast<XImage *>(p); }
 
-// What Xlib's reader makes of a file.
-struct XlibBitmap {
+// What a reader makes of a file.
+struct ReadBitmap {
     int rc = -1;
     unsigned w = 0, h = 0;
     int xh = 0, yh = 0;
     std::string bits;
+};
+
+// Xlib's reader.
+struct XlibBitmap : ReadBitmap {
     explicit XlibBitmap(const std::string &path) {
         unsigned char *data = nullptr;
         rc = XReadBitmapFileData(path.c_str(), &w, &h, &data, &xh, &yh);
@@ -51,11 +55,7 @@ struct XlibBitmap {
 };
 
 // What the printer reads, in the same form.
-struct OurBitmap {
-    int rc = -1;
-    unsigned w = 0, h = 0;
-    int xh = 0, yh = 0;
-    std::string bits;
+struct OurBitmap : ReadBitmap {
     Pixmap pm = 0;
     OurBitmap(Display *printer, const std::string &path) {
         rc = QlReadBitmapFile(printer, 0, path.c_str(), &w, &h, &pm, &xh, &yh);
@@ -273,18 +273,13 @@ struct PixmapData {
     unsigned w = 0, h = 0;
     int ncolors = 0, cpp = 0;
     std::vector<std::string> colours, rows;  // colours: code, definition, ...
-    std::vector<const char *> colourPtrs() const {
+    static std::vector<const char *> Ptrs(const std::vector<std::string> &strings) {
         std::vector<const char *> v;
-        for (auto &s : colours) v.push_back(s.c_str());
-        return v;
-    }
-    std::vector<const char *> rowPtrs() const {
-        std::vector<const char *> v;
-        for (auto &s : rows) v.push_back(s.c_str());
+        for (auto &s : strings) v.push_back(s.c_str());
         return v;
     }
     Pixmap make(Display *d, unsigned depth, Drawable drawable = 0, Colormap cmap = 0) const {
-        auto c = colourPtrs(), r = rowPtrs();
+        auto c = Ptrs(colours), r = Ptrs(rows);
         return QlCreatePixmapFromData(d, drawable, cmap, w, h, depth, ncolors, cpp, c.data(), r.data());
     }
 };

@@ -119,9 +119,7 @@ TEST(EpsPlacement, BytesAroundTheFileAndWhatTheHeaderKeeps) {
                                 "90.00 148.00 tl\n0.00 0.00 100.00 50.00 rect clip np\n"
                                 "%%Title: box\n%%Creator: test\n%%CreationDate: today\n"
                                 "0 0 moveto 100 50 lineto stroke\n%%EOF\nEEPS\n");
-    EXPECT_STREQ(info->title, " box");
-    EXPECT_STREQ(info->creator, " test");
-    EXPECT_STREQ(info->creationDate, " today");
+    EXPECT_EQ(std::string(info->title) + "|" + info->creator + "|" + info->creationDate, " box| test| today");
     EXPECT_DOUBLE_EQ(info->boundingBox[2], 100 * 300 / 72.0);
     EXPECT_DOUBLE_EQ(info->boundingBox[3], 50 * 300 / 72.0);
     Free(info);
@@ -132,10 +130,7 @@ TEST(EpsPlacement, BytesAroundTheFileAndWhatTheHeaderKeeps) {
     ASSERT_NE(box, std::string::npos);
     int l, b, r, t;
     ASSERT_EQ(std::sscanf(doc.c_str() + box, "%%%%BoundingBox: %d %d %d %d", &l, &b, &r, &t), 4);
-    EXPECT_LE(l, 90);
-    EXPECT_LE(b, 148);
-    EXPECT_GE(r, 190);
-    EXPECT_GE(t, 198);
+    EXPECT_TRUE(l <= 90 && b <= 148 && r >= 190 && t >= 198) << l << " " << b << " " << r << " " << t;
     EXPECT_TRUE(qltest::RendersCleanly(page.out));
     EXPECT_TRUE(messages.indices.empty());
 }
@@ -169,11 +164,9 @@ TEST(EpsPlacement, GhostscriptFilesLandScaledRotatedAndClipped) {
         EXPECT_TRUE(qltest::RendersCleanly(page.out)) << name;
         auto ink = qltest::GsInkBoundingBox(page.out);
         ASSERT_TRUE(ink.has_value()) << name;
-        EXPECT_GE((*ink)[0], 89);
-        EXPECT_GE((*ink)[1], 702 - h - 1);
-        EXPECT_LE((*ink)[2], 90 + w + 1);
-        EXPECT_LE((*ink)[3], 703);
-        EXPECT_GT((*ink)[2] - (*ink)[0], w / 2) << name;
+        const auto [il, ib, ir, it] = *ink;
+        EXPECT_TRUE(il >= 89 && ib >= 702 - h - 1 && ir <= 90 + w + 1 && it <= 703 && ir - il > w / 2)
+            << name << ": " << il << " " << ib << " " << ir << " " << it << " for " << w << "x" << h;
     }
 }
 
@@ -292,10 +285,7 @@ TEST(EpsPreview, NumbersAndBytes) {
     };
     QlEPSPreview *p = preview("%!PS-Adobe-3.0\n%%BeginPreview: 12 2 1 2\n%FFF0\n%80a1\n%%EndPreview\n0 0 moveto\n");
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(p->width, 12);
-    EXPECT_EQ(p->height, 2);
-    EXPECT_EQ(p->depth, 1);
-    EXPECT_EQ(p->lines, 2);
+    EXPECT_EQ(std::vector<int>({p->width, p->height, p->depth, p->lines}), std::vector<int>({12, 2, 1, 2}));
     ASSERT_NE(p->data, nullptr);
     EXPECT_EQ(std::string(p->data, 5), std::string("\xFF\xF0\x80\xA1\0", 5));
     release(p);
@@ -320,9 +310,7 @@ TEST(EpsPreview, NumbersAndBytes) {
     p = QlEPS_GetPreview(f);
     std::fclose(f);
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(p->width, 40);
-    EXPECT_EQ(p->height, 20);
-    EXPECT_EQ(p->depth, 1);
+    EXPECT_EQ(std::vector<int>({p->width, p->height, p->depth}), std::vector<int>({40, 20, 1}));
     EXPECT_EQ(std::string(p->data, 10), std::string("\xFF\xFF\xF0\0\0\xFF\xFF\xF0\0\0", 10));
     release(p);
     // Placed, the preview is left out and the square lands at 90, 702.

@@ -33,6 +33,7 @@ struct Printer {
 };
 
 XImage *Img(Pixmap p) { return reinterpret_cast<XImage *>(p); }
+using V = std::vector<unsigned long>;
 
 // A bit map as text, one string per row.
 std::vector<std::string> Rows(unsigned char **map, int w, int h) {
@@ -67,8 +68,8 @@ TEST(DisplayImages, EveryCallIsXlibs) {
     XImage *mine = QlCreateImage(dpy, visual, depth, ZPixmap, 0, nullptr, 13, 7, 32, 0);
     XImage *theirs = XCreateImage(dpy, visual, depth, ZPixmap, 0, nullptr, 13, 7, 32, 0);
     ASSERT_TRUE(mine && theirs);
-    EXPECT_EQ(mine->bytes_per_line, theirs->bytes_per_line);
-    EXPECT_EQ(mine->bits_per_pixel, theirs->bits_per_pixel);
+    EXPECT_EQ(V({unsigned(mine->bytes_per_line), unsigned(mine->bits_per_pixel)}),
+              V({unsigned(theirs->bytes_per_line), unsigned(theirs->bits_per_pixel)}));
     mine->data = static_cast<char *>(std::calloc(mine->bytes_per_line * 7, 1));
     for (int y = 0; y < 7; ++y)
         for (int x = 0; x < 13; ++x) QlPutPixel(mine, x, y, (x * 40 + y * 7) & 0xFFFFFF);
@@ -85,8 +86,7 @@ TEST(DisplayImages, EveryCallIsXlibs) {
     XImage *direct = XGetImage(dpy, pm, 0, 0, 20, 10, AllPlanes, ZPixmap);
     ASSERT_TRUE(back && direct);
     EXPECT_EQ(std::memcmp(back->data, direct->data, direct->bytes_per_line * 10), 0);
-    EXPECT_EQ(QlGetPixel(back, 5, 2), XGetPixel(mine, 1, 1));
-    EXPECT_EQ(QlGetPixel(back, 4, 2), 0u);
+    EXPECT_EQ(V({QlGetPixel(back, 5, 2), QlGetPixel(back, 4, 2)}), V({XGetPixel(mine, 1, 1), 0}));
     // Into an image of the caller's, masked.
     XImage *into = XSubImage(direct, 0, 0, 20, 10);
     XImage *got = QlGetSubImage(dpy, pm, 5, 2, 4, 4, 0xFF, ZPixmap, into, 0, 0);
@@ -98,8 +98,7 @@ TEST(DisplayImages, EveryCallIsXlibs) {
 
     unsigned w = 0, h = 0, xw = 0, xh = 0;
     EXPECT_EQ(QlQueryBestSize(dpy, TileShape, root, 5, 5, &w, &h), XQueryBestSize(dpy, TileShape, root, 5, 5, &xw, &xh));
-    EXPECT_EQ(w, xw);
-    EXPECT_EQ(h, xh);
+    EXPECT_EQ(V({w, h}), V({xw, xh}));
     EXPECT_EQ(QlExtIsShmImage(dpy, mine), 0);
     EXPECT_EQ(QlStretchPutImage(dpy, pm, gc, mine, 0, 0, 2, 2, 0, 0, 4, 4), 0);
     ASSERT_EQ(messages.indices, std::vector<int>{wNotSupport});
@@ -117,17 +116,14 @@ TEST(PrinterImages, RecordsAreFilledAndBadSizesRefused) {
     Printer pr;
     XImage *bits = Img(QlCreatePixmap(pr.d, 0, 8, 8, 1));
     ASSERT_NE(bits, nullptr);
-    EXPECT_EQ(bits->format, XYPixmap);
-    EXPECT_EQ(bits->bytes_per_line, 1);
-    EXPECT_EQ(bits->bits_per_pixel, 1);
+    EXPECT_EQ(V({unsigned(bits->format), unsigned(bits->bytes_per_line), unsigned(bits->bits_per_pixel)}),
+              V({XYPixmap, 1, 1}));
     EXPECT_EQ(std::string(bits->data, 8), std::string(8, '\0'));
     XImage *deep = Img(QlCreatePixmap(pr.d, 0, 5, 3, 24));
     ASSERT_NE(deep, nullptr);
-    EXPECT_EQ(deep->bytes_per_line, 15);
-    EXPECT_EQ(deep->bits_per_pixel, 24);
-    EXPECT_EQ(deep->red_mask, 255u);
-    EXPECT_EQ(deep->green_mask, 65280u);
-    EXPECT_EQ(deep->blue_mask, 16711680u);
+    EXPECT_EQ(V({unsigned(deep->bytes_per_line), unsigned(deep->bits_per_pixel), deep->red_mask, deep->green_mask,
+                 deep->blue_mask}),
+              V({15, 24, 255, 65280, 16711680}));
     QlPutPixel(deep, 4, 2, 0x123456);
     EXPECT_EQ(QlGetPixel(deep, 4, 2), 0x123456u);
     EXPECT_EQ(QlFreePixmap(pr.d, reinterpret_cast<Pixmap>(bits)), 0);
@@ -138,20 +134,19 @@ TEST(PrinterImages, RecordsAreFilledAndBadSizesRefused) {
     XImage *z = QlCreateImage(pr.d, nullptr, 8, ZPixmap, 0, nullptr, 10, 2, 32, 0);
     XImage *xy = QlCreateImage(pr.d, nullptr, 8, XYPixmap, 3, nullptr, 10, 2, 16, 0);
     ASSERT_TRUE(z && xy);
-    EXPECT_EQ(z->bytes_per_line, 12);
-    EXPECT_EQ(xy->bytes_per_line, 2);
+    EXPECT_EQ(V({unsigned(z->bytes_per_line), unsigned(xy->bytes_per_line)}), V({12, 2}));
     QlDestroyImage(z);
     QlDestroyImage(xy);
 
     // Nothing an image function could overrun or divide by.
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 8, ZPixmap, 0, nullptr, 10, 2, 0, 0), nullptr);
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 8, ZPixmap, 0, nullptr, 10, 2, 7, 0), nullptr);
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 0, ZPixmap, 0, nullptr, 10, 2, 8, 0), nullptr);
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 8, ZPixmap, -1, nullptr, 10, 2, 8, 0), nullptr);
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 8, ZPixmap, 0, nullptr, 10, 2, 8, 9), nullptr);  // line too short
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 32, ZPixmap, 0, nullptr, 1u << 30, 1, 8, 0), nullptr);
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 8, ZPixmap, 0, nullptr, 70000, 70000, 8, 0), nullptr);
-    EXPECT_EQ(QlCreateImage(pr.d, nullptr, 1, XYPixmap, 0, nullptr, UINT_MAX, 1, 8, 0), nullptr);
+    // depth, format, offset, width, height, pad, bytes per line (9: too short)
+    const struct { unsigned depth; int format, offset; unsigned w, h; int pad, line; } refused[] = {
+        {8, ZPixmap, 0, 10, 2, 0, 0},          {8, ZPixmap, 0, 10, 2, 7, 0},        {0, ZPixmap, 0, 10, 2, 8, 0},
+        {8, ZPixmap, -1, 10, 2, 8, 0},         {8, ZPixmap, 0, 10, 2, 8, 9},        {32, ZPixmap, 0, 1u << 30, 1, 8, 0},
+        {8, ZPixmap, 0, 70000, 70000, 8, 0}, {1, XYPixmap, 0, UINT_MAX, 1, 8, 0}};
+    for (const auto &c : refused)
+        EXPECT_EQ(QlCreateImage(pr.d, nullptr, c.depth, c.format, c.offset, nullptr, c.w, c.h, c.pad, c.line), nullptr)
+            << c.depth << " " << c.w << "x" << c.h << " pad " << c.pad << " line " << c.line;
     EXPECT_EQ(QlCreatePixmap(pr.d, 0, 100000, 100000, 24), 0u);
     EXPECT_EQ(QlCreatePixmap(pr.d, 0, 8, 8, 0), 0u);
     int size = -1;
@@ -171,10 +166,8 @@ TEST(PrinterImages, PutGetAndTheirMessages) {
 
     // Into a pixmap before any document, cut at both images' edges.
     EXPECT_EQ(QlPutImage(pr.d, reinterpret_cast<Drawable>(dst), gc, src, 1, 0, 3, -1, 10, 10), 0);
-    EXPECT_EQ(QlGetPixel(dst, 3, 0), 16u + 2);
-    EXPECT_EQ(QlGetPixel(dst, 4, 1), 32u + 3);
-    EXPECT_EQ(QlGetPixel(dst, 2, 0), 0u);
-    EXPECT_EQ(QlGetPixel(dst, 3, 2), 0u);
+    EXPECT_EQ(V({QlGetPixel(dst, 3, 0), QlGetPixel(dst, 4, 1), QlGetPixel(dst, 2, 0), QlGetPixel(dst, 3, 2)}),
+              V({16 + 2, 32 + 3, 0, 0}));
     EXPECT_TRUE(messages.indices.empty());
     // To the page it needs a page.
     EXPECT_EQ(QlPutImage(pr.d, 0, gc, src, 0, 0, 0, 0, 4, 3), 2);
@@ -192,34 +185,31 @@ TEST(PrinterImages, PutGetAndTheirMessages) {
     EXPECT_EQ(QlGetImage(pr.d, 0, 0, 0, 4, 4, AllPlanes, ZPixmap), nullptr);
     EXPECT_EQ(QlGetSubImage(pr.d, 0, 0, 0, 4, 4, AllPlanes, ZPixmap, dst, 0, 0), nullptr);
     EXPECT_EQ(messages.indices, (std::vector<int>{wNotSupport, ePrtImage, ePrtImage}));
-    EXPECT_EQ(messages.texts[0], "wNotSupport: QlStretchPutImage: to pixmap: not supported by Qualin");
-    EXPECT_EQ(messages.texts[1], "ePrtImage: QlGetImage: attemp to get an image from a printer");
-    EXPECT_EQ(messages.texts[2], "ePrtImage: QlGetSubImage: attemp to get an image from a printer");
+    EXPECT_EQ(messages.texts, (std::vector<std::string>{
+                                  "wNotSupport: QlStretchPutImage: to pixmap: not supported by Qualin",
+                                  "ePrtImage: QlGetImage: attemp to get an image from a printer",
+                                  "ePrtImage: QlGetSubImage: attemp to get an image from a printer"}));
 
     // Reading a pixmap keeps the planes asked for, in either format.
     XImage *low = QlGetImage(pr.d, reinterpret_cast<Drawable>(src), 1, 1, 3, 2, 1, ZPixmap);
     ASSERT_NE(low, nullptr);
-    EXPECT_EQ(QlGetPixel(low, 0, 0), (16u + 2) & 1);
-    EXPECT_EQ(QlGetPixel(low, 1, 0), (16u + 3) & 1);
-    EXPECT_EQ(QlGetPixel(low, 2, 1), (32u + 4) & 1);
+    EXPECT_EQ(V({QlGetPixel(low, 0, 0), QlGetPixel(low, 1, 0), QlGetPixel(low, 2, 1)}),
+              V({(16 + 2) & 1, (16 + 3) & 1, (32 + 4) & 1}));
     XImage *planes = QlGetImage(pr.d, reinterpret_cast<Drawable>(src), 0, 0, 4, 3, 0xF0, XYPixmap);
     ASSERT_NE(planes, nullptr);
     EXPECT_EQ(QlGetPixel(planes, 3, 2), (32u + 4) & 0xF0);
     // Past the pixmap's edge there is nothing to read.
     XImage *wide = QlGetImage(pr.d, reinterpret_cast<Drawable>(src), 2, 0, 5, 1, AllPlanes, ZPixmap);
     ASSERT_NE(wide, nullptr);
-    EXPECT_EQ(QlGetPixel(wide, 1, 0), 4u);
-    EXPECT_EQ(QlGetPixel(wide, 2, 0), 0u);
+    EXPECT_EQ(V({QlGetPixel(wide, 1, 0), QlGetPixel(wide, 2, 0)}), V({4, 0}));
 
     XImage *into = Img(QlCreatePixmap(pr.d, 0, 3, 3, 8));
     EXPECT_EQ(QlGetSubImage(pr.d, reinterpret_cast<Drawable>(src), 2, 1, 9, 9, 0x0F, ZPixmap, into, 1, 1), into);
-    EXPECT_EQ(QlGetPixel(into, 1, 1), (16u + 3) & 0x0F);
-    EXPECT_EQ(QlGetPixel(into, 2, 2), (32u + 4) & 0x0F);
-    EXPECT_EQ(QlGetPixel(into, 0, 0), 0u);
+    EXPECT_EQ(V({QlGetPixel(into, 1, 1), QlGetPixel(into, 2, 2), QlGetPixel(into, 0, 0)}),
+              V({(16 + 3) & 0x0F, (32 + 4) & 0x0F, 0}));
 
     // Pixels outside an image are neither read nor written.
-    EXPECT_EQ(QlGetPixel(src, 4, 0), 0u);
-    EXPECT_EQ(QlGetPixel(src, -1, 0), 0u);
+    EXPECT_EQ(V({QlGetPixel(src, 4, 0), QlGetPixel(src, -1, 0)}), V({0, 0}));
     QlPutPixel(src, 0, 3, 99);
     EXPECT_EQ(QlSubImage(src, -1, 0, 2, 2), nullptr);
     XImage *sub = QlSubImage(src, 1, 1, 2, 2);
@@ -245,16 +235,17 @@ TEST(PrinterImages, PackedBitmapsAndLightness) {
     std::free(packed);
     QlFreePixmap(pr.d, reinterpret_cast<Pixmap>(img));
 
-    EXPECT_EQ(_QlRGBToMono(pr.p(), QlWhitePixel(pr.d, 0)), 1);
-    EXPECT_EQ(_QlRGBToMono(pr.p(), QlBlackPixel(pr.d, 0)), 0);
-    EXPECT_EQ(_QlRGBToMono(pr.p(), pr.colour(40000, 40000, 40000)), 1);
-    EXPECT_EQ(_QlRGBToMono(pr.p(), pr.colour(0, 0, 65535)), 0);
-    EXPECT_EQ(_QlRGBToMono(pr.p(), 999), 0);
+    auto mono = [&](V pixels) {
+        std::string s;
+        for (unsigned long px : pixels) s += char('0' + _QlRGBToMono(pr.p(), px));
+        return s;
+    };
+    EXPECT_EQ(mono({QlWhitePixel(pr.d, 0), QlBlackPixel(pr.d, 0), pr.colour(40000, 40000, 40000),
+                    pr.colour(0, 0, 65535), 999}),
+              "10100");
     // At depth 24 light and dark mean what they mean at depth 8.
     QlSetColorDepth(pr.d, 24);
-    EXPECT_EQ(_QlRGBToMono(pr.p(), 0xFFFFFF), 1);
-    EXPECT_EQ(_QlRGBToMono(pr.p(), 0xA0A0A0), 1);
-    EXPECT_EQ(_QlRGBToMono(pr.p(), 0x202020), 0);
+    EXPECT_EQ(mono({0xFFFFFF, 0xA0A0A0, 0x202020}), "110");
 }
 
 TEST(Halftone, EightByEightDitherFollowsTheMatrixAndThePagePhase) {
@@ -336,10 +327,7 @@ TEST(Halftone, PackedAndImageFormsOfABitMap) {
     }
     unsigned char **packed = ql_pcl::BitimageToAscii(map, 10, 2);
     ASSERT_NE(packed, nullptr);
-    EXPECT_EQ(packed[0][0], 0x80);
-    EXPECT_EQ(packed[0][1], 0x40);
-    EXPECT_EQ(packed[1][0], 0x60);
-    EXPECT_EQ(packed[1][1], 0x00);
+    EXPECT_EQ(V({packed[0][0], packed[0][1], packed[1][0], packed[1][1]}), V({0x80, 0x40, 0x60, 0x00}));
     ql_pcl::FreeBitmapRows(packed, 2);
     EXPECT_EQ(ql_pcl::BitimageToAscii(map, 0, 2), nullptr);
     EXPECT_EQ(ql_pcl::BitimageToAscii(nullptr, 10, 2), nullptr);

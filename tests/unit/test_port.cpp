@@ -190,38 +190,30 @@ TEST(PortPath, ConvertsCaseAgainstRealDirectories) {
   EXPECT_EQ(ConvertCase(longPath.c_str()), longPath);
 }
 
-TEST(PortPath, SplitsAndValidatesNames) {
+// "drive|dir|base|ext" of a path as the splitter leaves them, or "null:"
+// and the base when it gives no result.
+std::string Parts(const char *path, int dirSlash, int dotInExt, bool wide = false) {
   char drive[8] = "junk", dir[64] = "junk", base[64] = "junk", ext[64] = "junk";
-  EXPECT_NE(_kvoGetComponentsFromPath("/x/y/file.tar.gz", drive, dir, 1, base, ext, 0, 0), nullptr);
-  EXPECT_STREQ(drive, "");
-  EXPECT_STREQ(dir, "/x/y/");
-  EXPECT_STREQ(base, "file.tar");
-  EXPECT_STREQ(ext, "gz");
-  _kvoGetComponentsFromPathW("x/.profile", drive, dir, 0, base, ext, 1, 0);
-  EXPECT_STREQ(dir, "x");
-  EXPECT_STREQ(base, ".profile");
-  EXPECT_STREQ(ext, "");
-  _kvoGetComponentsFromPath("name.ps", drive, dir, 1, base, ext, 1, 0);
-  EXPECT_STREQ(dir, "");
-  EXPECT_STREQ(base, "name");
-  EXPECT_STREQ(ext, ".ps");
-  _kvoGetComponentsFromPath("/top.c", drive, dir, 0, base, ext, 0, 0);
-  EXPECT_STREQ(dir, "/top.c");
-  EXPECT_STREQ(base, "top");
-  EXPECT_EQ(_kvoGetComponentsFromPath("", drive, dir, 0, base, ext, 0, 0), nullptr);
-  EXPECT_STREQ(base, "");
+  const char *r = (wide ? _kvoGetComponentsFromPathW : _kvoGetComponentsFromPath)(path, drive, dir, dirSlash, base,
+                                                                                   ext, dotInExt, 0);
+  return r ? std::string(drive) + "|" + dir + "|" + base + "|" + ext : "null:" + std::string(base);
+}
 
-  int d, b, e;
-  EXPECT_EQ(_kvoGetComponentsOffsetFromPath("a/b.c/name.ps", 0, &d, &b, &e), 1);
-  EXPECT_EQ(d, 0);
-  EXPECT_EQ(b, 6);
-  EXPECT_EQ(e, 11);
-  _kvoGetComponentsOffsetFromPath("a.d/.rc", 0, &d, &b, &e);
-  EXPECT_EQ(e, -1);
-  _kvoGetComponentsOffsetFromPath("name.", 0, &d, &b, &e);
-  EXPECT_EQ(d, -1);
-  EXPECT_EQ(b, 0);
-  EXPECT_EQ(e, -1);
+std::string Offsets(const char *path) {
+  int d = 9, b = 9, e = 9;
+  const int r = _kvoGetComponentsOffsetFromPath(path, 0, &d, &b, &e);
+  return std::to_string(r) + ":" + std::to_string(d) + "," + std::to_string(b) + "," + std::to_string(e);
+}
+
+TEST(PortPath, SplitsAndValidatesNames) {
+  EXPECT_EQ(Parts("/x/y/file.tar.gz", 1, 0), "|/x/y/|file.tar|gz");
+  EXPECT_EQ(Parts("x/.profile", 0, 1, true), "|x|.profile|");
+  EXPECT_EQ(Parts("name.ps", 1, 1), "||name|.ps");
+  EXPECT_EQ(Parts("/top.c", 0, 0), "|/top.c|top|c");
+  EXPECT_EQ(Parts("", 0, 0), "null:");
+  EXPECT_EQ(Offsets("a/b.c/name.ps"), "1:0,6,11");
+  EXPECT_EQ(Offsets("a.d/.rc"), "1:0,4,-1");
+  EXPECT_EQ(Offsets("name."), "1:-1,0,-1");
 
   for (auto [name, wild, ok] : {std::tuple{"a[1]", 1, 0}, {"a:", 0, 0}, {"a:b", 0, 1}, {"a*", 0, 0}, {"a*", 1, 1},
                                  {"", 1, 0}, {nullptr, 1, 0}})
@@ -231,12 +223,10 @@ TEST(PortPath, SplitsAndValidatesNames) {
   char path[] = "usr//lib/x";
   char *cursor = path;
   char comp[sizeof path];
-  ASSERT_EQ(GetNextSubPath(&cursor, comp), 1);
-  EXPECT_STREQ(comp, "usr/");
-  ASSERT_EQ(GetNextSubPath(&cursor, comp), 1);
-  EXPECT_STREQ(comp, "lib/");
-  ASSERT_EQ(GetNextSubPath(&cursor, comp), 1);
-  EXPECT_STREQ(comp, "x");
+  for (const char *want : {"usr/", "lib/", "x"}) {
+    ASSERT_EQ(GetNextSubPath(&cursor, comp), 1);
+    EXPECT_STREQ(comp, want);
+  }
   EXPECT_EQ(GetNextSubPath(&cursor, comp), 0);
 }
 

@@ -16,14 +16,21 @@ namespace {
 
 QlPrinter *P(Display *d) { return reinterpret_cast<QlPrinter *>(d); }
 
+// Scale, orientation, copies, compression, command and file name of a printer.
+std::string Settings(Display *d) {
+    char buf[256];
+    std::snprintf(buf, sizeof buf, "%.3f %d %d %d %s|%s", QlGetScale(d), QlGetOrientation(d), QlGetCopies(d),
+                  P(d)->bitmapCompression, P(d)->command, P(d)->info ? P(d)->info->fileName : "-");
+    return buf;
+}
+
 TEST(Handle, TellsPrintersFromRealDisplays) {
     EXPECT_EQ(QlIsDisplay(nullptr), 0);
     EXPECT_EQ(QlIsPrinter(nullptr), 0);
 
     Display *dpy = qltest::OpenTestDisplay();
     ASSERT_NE(dpy, nullptr);
-    EXPECT_EQ(QlIsDisplay(dpy), 1);
-    EXPECT_EQ(QlIsPrinter(dpy), 0);
+    EXPECT_EQ(QlIsDisplay(dpy) * 10 + QlIsPrinter(dpy), 10);
     // The magic word overlays the connection's descriptor.
     EXPECT_EQ(offsetof(QlPrinter, magic), offsetof(std::remove_pointer_t<_XPrivDisplay>, fd));
     EXPECT_NE(ConnectionNumber(dpy), QL_PRINTER_MAGIC);
@@ -33,14 +40,12 @@ TEST(Handle, TellsPrintersFromRealDisplays) {
 
     Display *prn = QlVaOpenPrinter(nullptr, nullptr, nullptr, 0);
     ASSERT_NE(prn, nullptr);
-    EXPECT_EQ(QlIsPrinter(prn), 1);
-    EXPECT_EQ(QlIsDisplay(prn), 0);
+    EXPECT_EQ(QlIsDisplay(prn) * 10 + QlIsPrinter(prn), 1);
     EXPECT_EQ(ConnectionNumber(prn), QL_PRINTER_MAGIC);
     EXPECT_EQ(QlGetDriverID(prn), QL_DRIVER_POSTSCRIPT);
     QlClosePrinter(prn);
     // A closed handle is neither, and calls on it fail quietly.
-    EXPECT_EQ(QlIsPrinter(prn), 0);
-    EXPECT_EQ(QlIsDisplay(prn), 0);
+    EXPECT_EQ(QlIsDisplay(prn) * 10 + QlIsPrinter(prn), 0);
     EXPECT_EQ(QlClosePrinter(prn), 0);
     EXPECT_EQ(QlStartDoc(prn, "x"), 0);
     EXPECT_EQ(QlGetScale(prn), -1.0);
@@ -69,18 +74,11 @@ TEST(Open, DriverNamesAndTags) {
     Display *d = QlVaOpenPrinter(nullptr, "lpr", nullptr, QlTagOrientation, 0, QlTagCopies, 0, QlTagScale, -2.0,
                                  QlTagBitmapCompression, 0, 0);
     ASSERT_NE(d, nullptr);
-    EXPECT_EQ(QlGetOrientation(d), 2);
-    EXPECT_EQ(QlGetCopies(d), 1);
-    EXPECT_EQ(QlGetScale(d), 1.0);
-    EXPECT_EQ(P(d)->bitmapCompression, 0);
-    EXPECT_STREQ(P(d)->command, "lpr");
+    EXPECT_EQ(Settings(d).substr(0, Settings(d).find('|')), "1.000 2 1 0 lpr");
     // Without a PPD: Letter at 300 dots per inch, here turned.
-    EXPECT_EQ(P(d)->width, 3146);
-    EXPECT_EQ(P(d)->height, 2395);
-    EXPECT_EQ(P(d)->originX, 79);
-    EXPECT_EQ(P(d)->originY, 75);
-    EXPECT_EQ(P(d)->depth, 8);
-    EXPECT_EQ(P(d)->numCells, 256);
+    const QlPrinter *p = P(d);
+    EXPECT_EQ(std::vector<int>({p->width, p->height, p->originX, p->originY, p->depth, p->numCells}),
+              std::vector<int>({3146, 2395, 79, 75, 8, 256}));
     QlClosePrinter(d);
 }
 
@@ -136,13 +134,7 @@ TEST(Open, SettingsRecords) {
     std::snprintf(s.Filename, sizeof s.Filename, "!lpr -h");
     Display *d = QlOpenPrtWithInfo(&s);
     ASSERT_NE(d, nullptr);
-    EXPECT_EQ(QlGetScale(d), 1.0);
-    EXPECT_EQ(QlGetOrientation(d), 2);
-    EXPECT_EQ(QlGetCopies(d), 3);
-    EXPECT_EQ(P(d)->bitmapCompression, 1);
-    EXPECT_STREQ(P(d)->command, "lpr -h");
-    ASSERT_NE(P(d)->info, nullptr);
-    EXPECT_STREQ(P(d)->info->fileName, "lpr -h");
+    EXPECT_EQ(Settings(d), "1.000 2 3 1 lpr -h|lpr -h");
     QlClosePrinter(d);
 
     // A file: the copy command of the name.
@@ -150,9 +142,7 @@ TEST(Open, SettingsRecords) {
     s.Scale = 2.0;
     d = QlOpenPrtWithInfo(&s);
     ASSERT_NE(d, nullptr);
-    EXPECT_EQ(QlGetScale(d), 2.0);
-    EXPECT_STREQ(P(d)->command, "csh -f -c 'cat >out.ps'");
-    EXPECT_STREQ(P(d)->info->fileName, "out.ps");
+    EXPECT_EQ(Settings(d), "2.000 2 3 1 csh -f -c 'cat >out.ps'|out.ps");
     QlClosePrinter(d);
 
     EXPECT_EQ(QlOpenPrtWithInfo(nullptr), nullptr);
@@ -168,8 +158,7 @@ TEST(Open, DefaultPrinterWithoutConfiguration) {
     Display *d = QlOpenPrinter();
     ASSERT_NE(d, nullptr);
     EXPECT_EQ(QlGetDriverID(d), 0);
-    EXPECT_STREQ(P(d)->command, "csh -f -c 'cat >qualin.out'");
-    EXPECT_STREQ(P(d)->info->fileName, "qualin.out");
+    EXPECT_EQ(Settings(d).substr(Settings(d).find("csh")), "csh -f -c 'cat >qualin.out'|qualin.out");
     EXPECT_EQ(QlSetDisplay(d, nullptr), 0);
     QlClosePrinter(d);
 }
