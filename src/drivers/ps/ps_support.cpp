@@ -1205,6 +1205,13 @@ public:
     }
 
 private:
+    // 299, 587 and 114 times each channel value: loads instead of three
+    // multiplications a pixel.
+    static constexpr auto kWeights = [] {
+        std::array<std::array<uint32_t, 256>, 3> w{};
+        for (uint32_t v = 0; v < 256; ++v) w[0][v] = 299 * v, w[1][v] = 587 * v, w[2][v] = 114 * v;
+        return w;
+    }();
     // Where each channel's byte lies in a pixel's bytes.
     template <int Bytes>
     int at(int shift) const {
@@ -1220,7 +1227,7 @@ private:
                 // grey() in integers: its sum in doubles is within 1e-12 of
                 // the exact one, so it truncates the same unless the exact
                 // sum is whole (checked for all 2^24 colours).
-                const unsigned thousandths = 299u * rgb[0] + 587u * rgb[1] + 114u * rgb[2];
+                const unsigned thousandths = kWeights[0][rgb[0]] + kWeights[1][rgb[1]] + kWeights[2][rgb[2]];
                 *o++ = static_cast<uint8_t>(thousandths % 1000 ? thousandths / 1000 : grey(rgb));
             } else {
                 *o++ = static_cast<uint8_t>(rgb[0]);
