@@ -179,6 +179,21 @@ T *allocRecords(int n) {
     return static_cast<T *>(std::calloc(n > 0 ? n : 1, sizeof(T)));
 }
 
+// The head of a kerning or composite section: its count, and its records
+// when they are wanted (the count's own line is skipped otherwise).  False
+// only when the records can't be had; a bad count gives a parse error to
+// `note`.
+template <typename T, typename Note>
+bool startSection(FILE *fp, bool wanted, long limit, int *count, T **records, Note note) {
+    if (!wanted) {
+        drop(fp, 1);
+        return true;
+    }
+    if (!countArg(fp, limit, count)) note(kAfmParseError);
+    else if (!(*records = allocRecords<T>(*count))) return false;
+    return true;
+}
+
 // Records counted in a section; stops growing once past any real limit.
 inline void countUp(int *count) {
     if (*count <= INT_MAX - 1) ++*count;
@@ -687,32 +702,17 @@ int parseFile(FILE *fp, FontInfo **out, int flags) {
         case ENDKERNDATA: break;
         case STARTKERNPAIRS:
             freePairs(fi);
-            if (flags & kAfmPairs) {
-                if (!countArg(fp, kMaxPairs, &fi->numOfPairs)) note(kAfmParseError);
-                else if (!(fi->pkd = allocRecords<PairKernData>(fi->numOfPairs))) return kAfmNoMemory;
-            } else {
-                drop(fp, 1);
-            }
+            if (!startSection(fp, flags & kAfmPairs, kMaxPairs, &fi->numOfPairs, &fi->pkd, note)) return kAfmNoMemory;
             r = parsePairKernData(fp, fi);
             break;
         case STARTTRACK:
             freeTracks(fi);
-            if (flags & kAfmTracks) {
-                if (!countArg(fp, kMaxTracks, &fi->numOfTracks)) note(kAfmParseError);
-                else if (!(fi->tkd = allocRecords<TrackKernData>(fi->numOfTracks))) return kAfmNoMemory;
-            } else {
-                drop(fp, 1);
-            }
+            if (!startSection(fp, flags & kAfmTracks, kMaxTracks, &fi->numOfTracks, &fi->tkd, note)) return kAfmNoMemory;
             r = parseTrackKernData(fp, fi);
             break;
         case STARTCOMPOSITES:
             freeComposites(fi);
-            if (flags & kAfmComposites) {
-                if (!countArg(fp, kMaxComps, &fi->numOfComps)) note(kAfmParseError);
-                else if (!(fi->ccd = allocRecords<CompCharData>(fi->numOfComps))) return kAfmNoMemory;
-            } else {
-                drop(fp, 1);
-            }
+            if (!startSection(fp, flags & kAfmComposites, kMaxComps, &fi->numOfComps, &fi->ccd, note)) return kAfmNoMemory;
             r = parseCompCharData(fp, fi);
             break;
         default: r = kAfmParseError; break;

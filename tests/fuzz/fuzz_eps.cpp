@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "drivers/ps/ps.h"
 #include "scratch.h"
 
 namespace {
@@ -50,13 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         double param[5] = {100, 200, 1, 1, 0};
         const double step[5] = {50, 50, 0.5, 0.5, 30};
         for (size_t i = 0; i < 5 && i < size; ++i) param[i] += (static_cast<int8_t>(data[i]) % 7) * step[i];
-        if (QlEPSInfo *info = QlEPS_Put(printer, fp, param)) {
-            std::free(info->title);
-            std::free(info->creator);
-            std::free(info->creationDate);
-            std::free(info->boundingBox);
-            std::free(info);
-        }
+        ps::FreeEPSInfo(QlEPS_Put(printer, fp, param));
     }
     std::fclose(fp);
     return 0;

@@ -5,6 +5,7 @@
 
 #include "core/qlint.h"
 #include "support/capture.h"
+#include "drivers/ps/ps.h"
 #include "support/gs.h"
 #include "support/tempdir.h"
 
@@ -61,14 +62,6 @@ struct Page {
     }
 };
 
-void Free(QlEPSInfo *info) {
-    if (!info) return;
-    for (void *field : {static_cast<void *>(info->title), static_cast<void *>(info->creator),
-                        static_cast<void *>(info->creationDate), static_cast<void *>(info->boundingBox)})
-        std::free(field);
-    std::free(info);
-}
-
 // An EPS file made by Ghostscript from a PostScript program.
 std::string MakeEps(const TempDir &dir, const std::string &name, const std::string &program) {
     const std::string ps = dir / (name + ".ps"), eps = dir / (name + ".eps");
@@ -84,7 +77,7 @@ std::optional<std::array<int, 4>> InkOf(const std::string &eps, double x, double
     Page page;
     QlEPSInfo *info = page.place(eps, x, y, xs, ys, rot);
     EXPECT_NE(info, nullptr);
-    Free(info);
+    ps::FreeEPSInfo(info);
     page.finish();
     EXPECT_TRUE(qltest::RendersCleanly(page.out));
     return qltest::GsInkBoundingBox(page.out);
@@ -122,7 +115,7 @@ TEST(EpsPlacement, BytesAroundTheFileAndWhatTheHeaderKeeps) {
     EXPECT_EQ(std::string(info->title) + "|" + info->creator + "|" + info->creationDate, " box| test| today");
     EXPECT_DOUBLE_EQ(info->boundingBox[2], 100 * 300 / 72.0);
     EXPECT_DOUBLE_EQ(info->boundingBox[3], 50 * 300 / 72.0);
-    Free(info);
+    ps::FreeEPSInfo(info);
     // The page's box holds the placed file: points from the sheet's lower
     // left, the placement's corner at 90, 198.
     std::string doc = page.finish();
@@ -159,7 +152,7 @@ TEST(EpsPlacement, GhostscriptFilesLandScaledRotatedAndClipped) {
         ASSERT_NE(info, nullptr) << name;
         double w = (info->boundingBox[2] - info->boundingBox[0]) * 72 / 300;
         double h = (info->boundingBox[3] - info->boundingBox[1]) * 72 / 300;
-        Free(info);
+        ps::FreeEPSInfo(info);
         page.finish();
         EXPECT_TRUE(qltest::RendersCleanly(page.out)) << name;
         auto ink = qltest::GsInkBoundingBox(page.out);
@@ -194,7 +187,7 @@ TEST(EpsPlacement, HeaderQuirks) {
     EXPECT_NE(out.find("\n%%EndComments: here\n/s (" + longString + ") def\n0 0 10 10 rectfill\n"),
               std::string::npos);
     EXPECT_EQ(out.find("%%EndComments\n"), std::string::npos);
-    Free(info);
+    ps::FreeEPSInfo(info);
 
     // "% " and a letter ends the header: what follows is body, as it is.
     WriteFile(path, "%!PS-Adobe-3.0\n%%BoundingBox: 0 0 10 10\n% x\n%%Title: late\n0 0 10 10 rectfill\n");
@@ -203,7 +196,7 @@ TEST(EpsPlacement, HeaderQuirks) {
     EXPECT_EQ(info->title, nullptr);
     out = page.fresh();
     EXPECT_NE(out.find("np\n% x\n%%Title: late\n0 0 10 10 rectfill\nEEPS\n"), std::string::npos);
-    Free(info);
+    ps::FreeEPSInfo(info);
     page.finish();
     EXPECT_TRUE(qltest::RendersCleanly(page.out));
     EXPECT_TRUE(messages.indices.empty());
@@ -218,7 +211,7 @@ TEST(EpsPlacement, FilesThatAreNotEps) {
         messages.clear();
         QlEPSInfo *info = page.place(path, 10, 10);
         EXPECT_EQ(info, nullptr);
-        Free(info);
+        ps::FreeEPSInfo(info);
         return messages.indices;
     };
     const std::vector<int> format{eEPSFormat}, none;
@@ -317,7 +310,7 @@ TEST(EpsPreview, NumbersAndBytes) {
     Page page;
     QlEPSInfo *info = page.place(epsi, 300, 300);
     ASSERT_NE(info, nullptr);
-    Free(info);
+    ps::FreeEPSInfo(info);
     std::string out = page.fresh();
     EXPECT_EQ(out.find("Preview"), std::string::npos);
     EXPECT_EQ(out.find("FFFFF"), std::string::npos);

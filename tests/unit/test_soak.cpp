@@ -23,6 +23,7 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 #include "support/capture.h"
+#include "drivers/ps/ps.h"
 #include "support/gs.h"
 #include "support/tempdir.h"
 
@@ -94,14 +95,7 @@ bool PrintDocument(Display *p, int serial, const std::string &eps) {
     if (font) QlDrawRotString(p, 0, gc, 300, 900, "turned", 6, 64 * (serial % 360));
     if (FILE *f = std::fopen(eps.c_str(), "r")) {
         double where[5] = {600, 600, 1, 1, static_cast<double>(serial % 90)};
-        QlEPSInfo *info = QlEPS_Put(p, f, where);
-        if (info) {
-            std::free(info->title);
-            std::free(info->creator);
-            std::free(info->creationDate);
-            std::free(info->boundingBox);
-            std::free(info);
-        }
+        ps::FreeEPSInfo(QlEPS_Put(p, f, where));
         std::fclose(f);
     }
     QlEndPage(p);

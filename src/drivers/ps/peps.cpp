@@ -140,15 +140,6 @@ void copyBody(QlPrinter *p, FILE *file, bool lineGoesOn) {
     }
 }
 
-void freeInfo(QlEPSInfo *info) {
-    if (!info) return;
-    std::free(info->title);
-    std::free(info->creator);
-    std::free(info->creationDate);
-    std::free(info->boundingBox);
-    std::free(info);
-}
-
 void replace(char *&field, const char *text) {
     std::free(field);
     field = _kvo_strdup(text);
@@ -265,6 +256,15 @@ QlEPSPreview *GetPreview(FILE *file) {
 }
 
 void PutEPS(QlPrinter *p, FILE *file) { copyBody(p, file, false); }
+
+void FreeEPSInfo(QlEPSInfo *info) {
+    if (!info) return;
+    std::free(info->title);
+    std::free(info->creator);
+    std::free(info->creationDate);
+    std::free(info->boundingBox);
+    std::free(info);
+}
 
 }  // namespace ps
 
@@ -452,6 +452,6 @@ QlEPSInfo *QlEPS_Put(Display *printer, FILE *file, double *parameters) {
     // so that what the page draws next stays where it belongs.
     ql::write(p->stream, "EEPS\n");
     _QlResetLocale();
-    freeInfo(info);
+    FreeEPSInfo(info);
     return nullptr;
 }

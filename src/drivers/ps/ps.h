@@ -189,4 +189,7 @@ int PS2CheckDeleteCacheTileGlobal(XImage *tile);
 // The page's save has gone: nothing it defined is in the document now.
 void PS2PageDefinitionsLost(QlPrinter *);
 
+// Frees what QlEPS_Put gives back: the record and its texts.
+void FreeEPSInfo(QlEPSInfo *);
+
 }  // namespace ps
